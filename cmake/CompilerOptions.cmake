@@ -1,0 +1,19 @@
+# Warnings are errors everywhere; ERPS_SANITIZE and ERPS_COVERAGE instrument the whole tree.
+set(ERPS_SANITIZE "" CACHE STRING "address, undefined, thread, or empty")
+option(ERPS_COVERAGE "Instrument for line and branch coverage" OFF)
+
+add_library(erps_options INTERFACE)
+target_compile_options(erps_options INTERFACE
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wold-style-cast -Wcast-qual -Wnon-virtual-dtor
+  -Woverloaded-virtual -Wformat=2 -Wundef -fno-common -fstack-protector-strong)
+target_include_directories(erps_options INTERFACE ${CMAKE_SOURCE_DIR})
+
+if(ERPS_SANITIZE)
+  add_compile_options(-fsanitize=${ERPS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${ERPS_SANITIZE})
+endif()
+
+if(ERPS_COVERAGE)
+  add_compile_options(--coverage -O0)
+  add_link_options(--coverage)
+endif()
