@@ -23,9 +23,9 @@ int adp_get_port_erps_state(uint32_t port_id, uint32_t* state);
 // Forgets the addresses learnt on one port. kind is always 2: the dynamically learnt ones.
 int adp_del_mac_addr_by_intf(uint32_t port_id, uint32_t kind);
 
-// Sends one frame as it stands (header, tag if any, no FCS) out of one port, whatever its protection
-// state. length in bytes. The frame stays the caller's and is not kept after the call. arg2 is
-// always 0, arg4 always 3. Never blocks: a frame that cannot be sent now is lost.
+// Sends one frame as it stands (header, tag if any, no FCS) out of one port, whatever its
+// protection state. length in bytes. The frame stays the caller's and is not kept after the call.
+// arg2 is always 0, arg4 always 3. Never blocks: a frame that cannot be sent now is lost.
 int adp_transmit_frame(const uint8_t* frame, uint16_t length, uint32_t arg2, uint32_t port_id,
                        uint32_t arg4);
 

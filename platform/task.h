@@ -10,15 +10,15 @@ extern "C" {
 // Fifteen machine words. The descriptor belongs to the module and outlives its task.
 typedef struct erps_task_desc erps_task_desc;
 struct erps_task_desc {
-  const char* name;                     // word 0
-  uintptr_t thread_id;                  // word 1: (uintptr_t)-1 while not running
-  int (*init)(erps_task_desc* task);    // word 2: run in the starter's thread before the entry
-  int (*entry)(erps_task_desc* task);   // word 3: the task; its result is the task's end
-  uintptr_t word4;                      // word 4: framework parameter
+  const char* name;                    // word 0
+  uintptr_t thread_id;                 // word 1: (uintptr_t)-1 while not running
+  int (*init)(erps_task_desc* task);   // word 2: run in the starter's thread before the entry
+  int (*entry)(erps_task_desc* task);  // word 3: the task; its result is the task's end
+  uintptr_t word4;                     // word 4: framework parameter
   uintptr_t word5_to_9[5];
-  uintptr_t word10;                     // word 10: framework parameter
+  uintptr_t word10;  // word 10: framework parameter
   uintptr_t word11_to_12[2];
-  uintptr_t process_id;                 // word 13: written by the task itself
+  uintptr_t process_id;  // word 13: written by the task itself
   uintptr_t word14;
 };
 

@@ -68,35 +68,35 @@ inline constexpr size_t kMacAtArgument0 = 8;   // kCaptureRuleAdd
 inline constexpr size_t kMacAtArgument1 = 12;  // kSetNodeId
 
 enum Command : uint8_t {
-  kSetEnable = 0,            // arg0 ring, arg1 1 on, 0 off
-  kAddRing = 2,              // arg0 ring, arg1 port 0, arg2 port 1, arg3 VLAN, arg4 node role,
-                             // arg5 ring role
-  kGetRing = 3,              // arg0 ring; data: RingConfWord words
-  kGetAnyRingEnabled = 4,    // data: one byte, 1 when a ring is enabled
-  kDeleteRing = 5,           // arg0 ring
-  kSetRingRole = 7,          // arg0 ring, arg1 ring role
-  kSetRevertiveMode = 9,     // arg0 ring, arg1 0 revertive, 1 non-revertive
-  kSetGuardTime = 13,        // arg0 ms; also sets the WTB time to it + 5000 ms
-  kGetGuardTime = 14,        // data: ms, 4 bytes, most significant first
-  kSetWtrTime = 15,          // arg0 ms
-  kGetWtrTime = 16,          // data: whole minutes, 4 bytes, most significant first
-  kSetHoldoffTime = 19,      // arg0 ms
-  kGetHoldoffTime = 20,      // data: ms, 4 bytes, most significant first
-  kManualSwitch = 21,        // arg0 ring, arg1 port
-  kGetManualSwitch = 22,     // no operation
-  kForcedSwitch = 23,        // arg0 ring, arg1 port
-  kGetForcedSwitch = 24,     // no operation
-  kClear = 25,               // arg0 ring
-  kShowRingConf = 27,        // no operation
-  kAttachSubRing = 30,       // arg0 major ring, arg1 sub-ring, arg2 sub-ring port, arg3 node role,
-                             // arg4 interconnection role
-  kModifyRingRole = 31,      // arg0 ring, arg1 ring role; ret_code is not set
-  kSetNodeId = 32,           // arg0 ring, MAC address at kMacAtArgument1
-  kSetPortState = 33,        // arg0 port, arg1 4 forwarding, 1 discarding
-  kCaptureRuleAdd = 34,      // MAC address at kMacAtArgument0
-  kCaptureRuleDelete = 35,   //
-  kDebugSwitch = 36,         // arg0 value
-  kNoReply = 37,             // accepted silently
+  kSetEnable = 0,           // arg0 ring, arg1 1 on, 0 off
+  kAddRing = 2,             // arg0 ring, arg1 port 0, arg2 port 1, arg3 VLAN, arg4 node role,
+                            // arg5 ring role
+  kGetRing = 3,             // arg0 ring; data: RingConfWord words
+  kGetAnyRingEnabled = 4,   // data: one byte, 1 when a ring is enabled
+  kDeleteRing = 5,          // arg0 ring
+  kSetRingRole = 7,         // arg0 ring, arg1 ring role
+  kSetRevertiveMode = 9,    // arg0 ring, arg1 0 revertive, 1 non-revertive
+  kSetGuardTime = 13,       // arg0 ms; also sets the WTB time to it + 5000 ms
+  kGetGuardTime = 14,       // data: ms, 4 bytes, most significant first
+  kSetWtrTime = 15,         // arg0 ms
+  kGetWtrTime = 16,         // data: whole minutes, 4 bytes, most significant first
+  kSetHoldoffTime = 19,     // arg0 ms
+  kGetHoldoffTime = 20,     // data: ms, 4 bytes, most significant first
+  kManualSwitch = 21,       // arg0 ring, arg1 port
+  kGetManualSwitch = 22,    // no operation
+  kForcedSwitch = 23,       // arg0 ring, arg1 port
+  kGetForcedSwitch = 24,    // no operation
+  kClear = 25,              // arg0 ring
+  kShowRingConf = 27,       // no operation
+  kAttachSubRing = 30,      // arg0 major ring, arg1 sub-ring, arg2 sub-ring port, arg3 node role,
+                            // arg4 interconnection role
+  kModifyRingRole = 31,     // arg0 ring, arg1 ring role; ret_code is not set
+  kSetNodeId = 32,          // arg0 ring, MAC address at kMacAtArgument1
+  kSetPortState = 33,       // arg0 port, arg1 4 forwarding, 1 discarding
+  kCaptureRuleAdd = 34,     // MAC address at kMacAtArgument0
+  kCaptureRuleDelete = 35,  //
+  kDebugSwitch = 36,        // arg0 value
+  kNoReply = 37,            // accepted silently
 };
 inline constexpr uint8_t kCommandCount = 38;
 
@@ -128,20 +128,20 @@ static_assert(ret_code_of(kRingRunning) == 0xFE && ret_code_of(kNoSuchPort) == 0
 // Data of kGetRing: 24 words of 32 bits, most significant byte first.
 enum RingConfWord : uint32_t {
   kRingId = 0,
-  kState = 1,             // node state: 0 init, 1 idle, 2 protection, 3 manual, 4 forced, 5 pending
-  kTimerStart = 2,        // last start of WTR, WTB or guard, seconds since the epoch
-  kHoldoffStart = 3,      // last start of the hold-off, seconds since the epoch
-  kNodeRole = 4,          // 1 RPL owner, 2 RPL neighbour, 4 neither
-  kPort0Id = 5,           // followed by its state (4 forwarding, 1 discarding) and link (1 up)
+  kState = 1,         // node state: 0 init, 1 idle, 2 protection, 3 manual, 4 forced, 5 pending
+  kTimerStart = 2,    // last start of WTR, WTB or guard, seconds since the epoch
+  kHoldoffStart = 3,  // last start of the hold-off, seconds since the epoch
+  kNodeRole = 4,      // 1 RPL owner, 2 RPL neighbour, 4 neither
+  kPort0Id = 5,       // followed by its state (4 forwarding, 1 discarding) and link (1 up)
   kPort0State = 6,
   kPort0Link = 7,
-  kPort1Id = 8,           // words 8 to 10 are not written for a sub-ring instance
+  kPort1Id = 8,  // words 8 to 10 are not written for a sub-ring instance
   kPort1State = 9,
   kPort1Link = 10,
   kVlanId = 11,
-  kRingRoleWord = 12,     // 0 major ring, 1 sub-ring, 2 sub-ring at an interconnection node
+  kRingRoleWord = 12,  // 0 major ring, 1 sub-ring, 2 sub-ring at an interconnection node
   kNonRevertive = 13,
-  kSending = 14,          // 1 while R-APS messages are repeated
+  kSending = 14,  // 1 while R-APS messages are repeated
   kLocalPriority = 15,
   kInterconnectRing = 16,
   kEnabled = 17,
@@ -149,7 +149,7 @@ enum RingConfWord : uint32_t {
   kHoldoffRunning = 19,
   kInterNodeRole = 20,
   kCurrentPriority = 21,
-  kNodeId = 22,           // six bytes in transmission order at byte 88; bytes 94 and 95 undefined
+  kNodeId = 22,  // six bytes in transmission order at byte 88; bytes 94 and 95 undefined
 };
 inline constexpr size_t kRingConfBytes = 96;
 inline constexpr size_t kRingConfNodeIdOffset = 88;

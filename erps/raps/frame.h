@@ -102,10 +102,10 @@ class PduView {
 };
 
 struct Message {
-  uint32_t ring_id;  // its low eight bits become part of the destination address
-  uint32_t vlan_id;  // control VLAN, 0 untagged; ORed into the tag without masking
-  uint8_t request;   // request/state, low four bits
-  uint8_t rb, dnf, bpr;  // bit 0 counts
+  uint32_t ring_id;        // its low eight bits become part of the destination address
+  uint32_t vlan_id;        // control VLAN, 0 untagged; ORed into the tag without masking
+  uint8_t request;         // request/state, low four bits
+  uint8_t rb, dnf, bpr;    // bit 0 counts
   const uint8_t* source;   // six bytes
   const uint8_t* node_id;  // six bytes
 };
@@ -131,10 +131,9 @@ inline uint32_t build(const Message& message, uint8_t* frame) {
   frame[pdu - 1] = kEtherTypeCfm & 0xFF;
   memcpy(frame + pdu, kPduTemplate, kPduLength);
   frame[pdu + kRequestOffset] = static_cast<uint8_t>(message.request << 4);
-  frame[pdu + kStatusOffset] =
-      static_cast<uint8_t>(((message.rb & 1) != 0 ? kStatusRb : 0) |
-                           ((message.dnf & 1) != 0 ? kStatusDnf : 0) |
-                           ((message.bpr & 1) != 0 ? kStatusBpr : 0));
+  frame[pdu + kStatusOffset] = static_cast<uint8_t>(((message.rb & 1) != 0 ? kStatusRb : 0) |
+                                                    ((message.dnf & 1) != 0 ? kStatusDnf : 0) |
+                                                    ((message.bpr & 1) != 0 ? kStatusBpr : 0));
   memcpy(frame + pdu + kNodeIdOffset, message.node_id, kMacLength);
   return pdu + kPduLength;
 }

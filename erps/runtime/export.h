@@ -1,0 +1,4 @@
+// Marks what the shared object exports; everything else is hidden.
+#pragma once
+
+#define ERPS_EXPORT __attribute__((visibility("default")))

@@ -1,0 +1,38 @@
+// The one way to log: every message goes to the platform logger and, while tracing is on, to the
+// trace as well. Any task. The logger filters by level before it formats, so a message that nobody
+// listens to costs two calls.
+#pragma once
+
+#include "platform/log.h"
+
+inline constexpr int kLogError = 3;
+inline constexpr int kLogNotice = 5;
+inline constexpr int kLogDebug = 7;
+
+inline constexpr int kLogFacility = 30;
+inline constexpr char kLogLabel[] = "erps";
+inline constexpr int kTaskEntryFacility = 7;
+inline constexpr char kTaskEntryLabel[] = "Task entry";
+
+// Formats the message, at most 1023 characters of it, and appends it to the platform's trace.
+__attribute__((format(printf, 3, 4))) void erps_trace(const char* function, int line,
+                                                      const char* format, ...);
+
+#define ERPS_LOG_AS(level, facility, label, ...)                 \
+  do {                                                           \
+    Log_logging_func((level), (facility), (label), __VA_ARGS__); \
+    if (sys_trace_get() != 0) {                                  \
+      erps_trace(__func__, __LINE__, __VA_ARGS__);               \
+    }                                                            \
+  } while (false)
+
+#define ERPS_LOG(level, ...) ERPS_LOG_AS(level, kLogFacility, kLogLabel, __VA_ARGS__)
+#define ERPS_ERROR(...) ERPS_LOG(kLogError, __VA_ARGS__)
+#define ERPS_DEBUG(...) ERPS_LOG(kLogDebug, __VA_ARGS__)
+
+// A debug message that begins with "[function:line]".
+#define ERPS_DEBUG_AT(format, ...) \
+  ERPS_DEBUG("[%s:%d]" format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+
+// The lines around each piece of work of a task.
+#define ERPS_TASK_ENTRY(text) ERPS_LOG_AS(kLogDebug, kTaskEntryFacility, kTaskEntryLabel, text)
