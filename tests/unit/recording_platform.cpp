@@ -1,0 +1,571 @@
+#include "tests/unit/recording_platform.h"
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+namespace erps::test {
+namespace {
+
+constexpr int kWaitSeconds = 30;  // bound of every wait; far beyond what a passing test needs
+
+// Not std::lock_guard: a task may be cancelled in pthread_cond_wait, and the lock must then be
+// given back while the stack unwinds.
+class Guard {
+ public:
+  explicit Guard(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+  ~Guard() { pthread_mutex_unlock(&mutex_); }
+  Guard(const Guard&) = delete;
+  Guard& operator=(const Guard&) = delete;
+
+ private:
+  pthread_mutex_t& mutex_;
+};
+
+class Counted {
+ public:
+  explicit Counted(int& count) : count_(count) { ++count_; }
+  ~Counted() { --count_; }
+  Counted(const Counted&) = delete;
+  Counted& operator=(const Counted&) = delete;
+
+ private:
+  int& count_;
+};
+
+template <typename Map, typename Key, typename Value>
+Value value_or(const Map& map, const Key& key, Value otherwise) {
+  const auto found = map.find(key);
+  return found == map.end() ? otherwise : found->second;
+}
+
+}  // namespace
+
+RecordingPlatform& RecordingPlatform::instance() {
+  static RecordingPlatform platform;
+  return platform;
+}
+
+RecordingPlatform::RecordingPlatform() {
+  pthread_mutex_init(&mutex_, nullptr);
+  pthread_condattr_t attributes;
+  pthread_condattr_init(&attributes);
+  pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+  pthread_cond_init(&changed_, &attributes);
+  pthread_condattr_destroy(&attributes);
+}
+
+void RecordingPlatform::reset() {
+  const Guard guard(mutex_);
+  settings_ = Settings();
+  journal_.clear();
+  log_.clear();
+  trace_.clear();
+  sent_.clear();
+  events_.clear();
+}
+
+bool RecordingPlatform::wait_for(const std::function<bool()>& condition) {
+  timespec deadline{};
+  clock_gettime(CLOCK_MONOTONIC, &deadline);
+  deadline.tv_sec += kWaitSeconds;
+  while (!condition()) {
+    if (pthread_cond_timedwait(&changed_, &mutex_, &deadline) == ETIMEDOUT) {
+      return condition();
+    }
+  }
+  return true;
+}
+
+// --- What happened.
+
+std::vector<Call> RecordingPlatform::journal() const {
+  const Guard guard(mutex_);
+  return journal_;
+}
+
+std::vector<std::string> RecordingPlatform::calls() const {
+  static const std::set<std::string> kListening = {"Log_logging_func", "sys_trace_add_log"};
+  std::vector<std::string> result;
+  for (const Call& call : journal()) {
+    if (kListening.count(call.name) == 0) {
+      result.push_back(call.text());
+    }
+  }
+  return result;
+}
+
+std::vector<std::string> RecordingPlatform::calls(const std::set<std::string>& names) const {
+  std::vector<std::string> result;
+  for (const Call& call : journal()) {
+    if (names.count(call.name) != 0) {
+      result.push_back(call.text());
+    }
+  }
+  return result;
+}
+
+std::vector<LogLine> RecordingPlatform::log() const {
+  const Guard guard(mutex_);
+  return log_;
+}
+
+std::vector<TraceLine> RecordingPlatform::trace() const {
+  const Guard guard(mutex_);
+  return trace_;
+}
+
+std::vector<SentFrame> RecordingPlatform::sent_frames() const {
+  const Guard guard(mutex_);
+  return sent_;
+}
+
+void RecordingPlatform::clear_journal() {
+  const Guard guard(mutex_);
+  journal_.clear();
+  log_.clear();
+  trace_.clear();
+  sent_.clear();
+}
+
+void RecordingPlatform::keep_journal(bool keep) {
+  const Guard guard(mutex_);
+  settings_.keep_journal = keep;
+}
+
+void RecordingPlatform::on_call(const std::string& name, std::function<void()> action) {
+  const Guard guard(mutex_);
+  settings_.hooks[name] = std::move(action);
+}
+
+void RecordingPlatform::record(const char* name, std::string arguments,
+                               std::vector<uint8_t> bytes) {
+  std::function<void()> hook;
+  {
+    const Guard guard(mutex_);
+    if (settings_.keep_journal) {
+      journal_.push_back({name, std::move(arguments), std::move(bytes)});
+    }
+    if (!settings_.hooks.empty()) {
+      hook = value_or(settings_.hooks, std::string(name), std::function<void()>());
+    }
+  }
+  if (hook) {
+    hook();
+  }
+}
+
+void RecordingPlatform::record_log(int level, int facility, const char* label, std::string text) {
+  const Guard guard(mutex_);
+  if (settings_.keep_journal) {
+    journal_.push_back({"Log_logging_func", text, {}});
+    log_.push_back({level, facility, label, std::move(text)});
+  }
+}
+
+void RecordingPlatform::record_trace(const char* location, const char* text) {
+  const Guard guard(mutex_);
+  if (settings_.keep_journal) {
+    journal_.push_back({"sys_trace_add_log", text, {}});
+    trace_.push_back({location, text});
+  }
+}
+
+// --- The switch.
+
+void RecordingPlatform::set_port_state_result(uint32_t port, int result) {
+  const Guard guard(mutex_);
+  settings_.port_state_results[port] = result;
+}
+
+void RecordingPlatform::set_port_state_read_result(uint32_t port, int result) {
+  const Guard guard(mutex_);
+  settings_.port_state_read_results[port] = result;
+}
+
+void RecordingPlatform::set_port_state_answer(uint32_t port, uint32_t state) {
+  const Guard guard(mutex_);
+  settings_.port_state_answers[port] = state;
+}
+
+int RecordingPlatform::port_state_set(uint32_t port, uint32_t state) {
+  const Guard guard(mutex_);
+  const int result = value_or(settings_.port_state_results, port, 0);
+  if (result == 0) {
+    settings_.port_states[port] = state;
+  }
+  return result;
+}
+
+int RecordingPlatform::port_state_get(uint32_t port, uint32_t* state) {
+  const Guard guard(mutex_);
+  const int result = value_or(settings_.port_state_read_results, port, 0);
+  if (result == 0) {
+    const uint32_t last_set = value_or(settings_.port_states, port, 4U);
+    *state = value_or(settings_.port_state_answers, port, last_set);
+  }
+  return result;
+}
+
+void RecordingPlatform::set_flush_result(int result) {
+  const Guard guard(mutex_);
+  settings_.flush_result = result;
+}
+
+int RecordingPlatform::flush_result() const {
+  const Guard guard(mutex_);
+  return settings_.flush_result;
+}
+
+void RecordingPlatform::set_transmit_result(int result) {
+  const Guard guard(mutex_);
+  settings_.transmit_result = result;
+}
+
+int RecordingPlatform::transmit(const SentFrame& frame) {
+  const Guard guard(mutex_);
+  if (settings_.keep_journal) {
+    sent_.push_back(frame);
+  }
+  return settings_.transmit_result;
+}
+
+void RecordingPlatform::set_link(uint32_t port, uint32_t value) {
+  const Guard guard(mutex_);
+  settings_.links[port] = value;
+}
+
+void RecordingPlatform::set_link_result(uint32_t port, int result) {
+  const Guard guard(mutex_);
+  settings_.link_results[port] = result;
+}
+
+int RecordingPlatform::link_get(uint32_t port, uint32_t* value) {
+  const Guard guard(mutex_);
+  const int result = value_or(settings_.link_results, port, 0);
+  if (result == 0) {
+    *value = value_or(settings_.links, port, 1U);
+  }
+  return result;
+}
+
+void RecordingPlatform::set_nic_address(const MacAddress& mac) {
+  const Guard guard(mutex_);
+  settings_.nic = mac;
+}
+
+void RecordingPlatform::set_nic_result(int result) {
+  const Guard guard(mutex_);
+  settings_.nic_result = result;
+}
+
+int RecordingPlatform::nic_get(uint8_t* mac) const {
+  const Guard guard(mutex_);
+  if (settings_.nic_result == 0) {
+    memcpy(mac, settings_.nic.data(), settings_.nic.size());
+  }
+  return settings_.nic_result;
+}
+
+void RecordingPlatform::set_rule_results(int action, int qualifier, int add, int remove) {
+  const Guard guard(mutex_);
+  settings_.rule_results = {action, qualifier, add, remove};
+}
+
+int RecordingPlatform::rule_result(int which) const {
+  const Guard guard(mutex_);
+  return settings_.rule_results.at(static_cast<size_t>(which));
+}
+
+void RecordingPlatform::set_received_frame(std::vector<uint8_t> frame, uint16_t vlan,
+                                           uint32_t port) {
+  const Guard guard(mutex_);
+  settings_.received_frame = std::move(frame);
+  settings_.received_vlan = vlan;
+  settings_.received_port = port;
+}
+
+void RecordingPlatform::set_receive_result(int result) {
+  const Guard guard(mutex_);
+  settings_.receive_result = result;
+}
+
+int RecordingPlatform::receive(uint8_t* frame, uint16_t capacity, uint16_t* length, uint16_t* vlan,
+                               uint32_t* port) {
+  const Guard guard(mutex_);
+  if (settings_.receive_result != 0) {
+    return settings_.receive_result;
+  }
+  const size_t size = std::min<size_t>(settings_.received_frame.size(), capacity);
+  if (size != 0) {
+    memcpy(frame, settings_.received_frame.data(), size);
+  }
+  *length = static_cast<uint16_t>(size);
+  *vlan = settings_.received_vlan;
+  *port = settings_.received_port;
+  return 0;
+}
+
+void RecordingPlatform::set_trace(int value) {
+  const Guard guard(mutex_);
+  settings_.trace = value;
+}
+
+int RecordingPlatform::trace_switch() const {
+  const Guard guard(mutex_);
+  return settings_.trace;
+}
+
+// --- The event queue.
+
+void RecordingPlatform::set_queue_create_fails(bool fails) {
+  const Guard guard(mutex_);
+  settings_.create_fails = fails;
+}
+
+void RecordingPlatform::set_queue_open_fails(bool fails) {
+  const Guard guard(mutex_);
+  settings_.open_fails = fails;
+}
+
+void* RecordingPlatform::queue_create() {
+  const Guard guard(mutex_);
+  return settings_.create_fails ? nullptr : &receiver_;
+}
+
+void* RecordingPlatform::queue_open() {
+  const Guard guard(mutex_);
+  return settings_.open_fails ? nullptr : &sender_;
+}
+
+void RecordingPlatform::set_send_result(int result) {
+  const Guard guard(mutex_);
+  settings_.send_result = result;
+}
+
+int RecordingPlatform::queue_send(const ERPS_EVENT_MSG_T& message) {
+  const Guard guard(mutex_);
+  if (settings_.send_result > 0) {
+    events_.push_back(message);
+    pthread_cond_broadcast(&changed_);
+  }
+  return settings_.send_result;
+}
+
+void RecordingPlatform::post(const ERPS_EVENT_MSG_T& event) {
+  const Guard guard(mutex_);
+  events_.push_back(event);
+  pthread_cond_broadcast(&changed_);
+}
+
+std::vector<ERPS_EVENT_MSG_T> RecordingPlatform::take_events() {
+  const Guard guard(mutex_);
+  std::vector<ERPS_EVENT_MSG_T> events(events_.begin(), events_.end());
+  events_.clear();
+  return events;
+}
+
+void RecordingPlatform::close_queue_for_receiver() {
+  const Guard guard(mutex_);
+  settings_.queue_gone = true;
+  pthread_cond_broadcast(&changed_);
+}
+
+int RecordingPlatform::queue_receive(ERPS_EVENT_MSG_T* message) {
+  const Guard guard(mutex_);
+  const Counted waiting(receivers_waiting_);
+  while (events_.empty()) {
+    if (settings_.queue_gone) {
+      return -1;
+    }
+    pthread_cond_broadcast(&changed_);
+    pthread_cond_wait(&changed_, &mutex_);
+  }
+  *message = events_.front();
+  events_.pop_front();
+  return 0;
+}
+
+bool RecordingPlatform::wait_until_receiver_idle() {
+  const Guard guard(mutex_);
+  return wait_for([this] { return events_.empty() && receivers_waiting_ > 0; });
+}
+
+std::string RecordingPlatform::handle_name(const void* handle) const {
+  if (handle == &receiver_) {
+    return "receiver";
+  }
+  if (handle == &sender_) {
+    return "sender";
+  }
+  return handle == nullptr ? "null" : "unknown";
+}
+
+// --- Time.
+
+void RecordingPlatform::set_time(uint32_t seconds, uint32_t microseconds) {
+  const Guard guard(mutex_);
+  settings_.seconds = seconds;
+  settings_.microseconds = microseconds;
+}
+
+void RecordingPlatform::advance_ms(uint64_t ms) {
+  const Guard guard(mutex_);
+  const uint64_t microseconds = settings_.microseconds + (ms % 1000) * 1000;
+  settings_.seconds += static_cast<uint32_t>(ms / 1000 + microseconds / 1'000'000);
+  settings_.microseconds = static_cast<uint32_t>(microseconds % 1'000'000);
+}
+
+std::pair<uint32_t, uint32_t> RecordingPlatform::now() const {
+  const Guard guard(mutex_);
+  return {settings_.seconds, settings_.microseconds};
+}
+
+void RecordingPlatform::tick(int count) {
+  const Guard guard(mutex_);
+  settings_.ticks += count;
+  pthread_cond_broadcast(&changed_);
+}
+
+void RecordingPlatform::fail_next_selects(int count) {
+  const Guard guard(mutex_);
+  settings_.failing_selects = count;
+  pthread_cond_broadcast(&changed_);
+}
+
+int RecordingPlatform::sleep_one_tick() {
+  const Guard guard(mutex_);
+  const Counted sleeping(sleepers_);
+  while (settings_.ticks == 0) {
+    if (settings_.failing_selects > 0) {
+      --settings_.failing_selects;
+      return -1;
+    }
+    pthread_cond_broadcast(&changed_);
+    pthread_cond_wait(&changed_, &mutex_);
+  }
+  --settings_.ticks;
+  return 0;
+}
+
+bool RecordingPlatform::wait_until_sleeper_idle() {
+  const Guard guard(mutex_);
+  return wait_for(
+      [this] { return settings_.ticks == 0 && settings_.failing_selects == 0 && sleepers_ > 0; });
+}
+
+// --- Memory and System V queue calls.
+
+void RecordingPlatform::fail_allocation(int nth) {
+  const Guard guard(mutex_);
+  settings_.failing_allocation = nth;
+}
+
+bool RecordingPlatform::allocation_fails() {
+  const Guard guard(mutex_);
+  if (settings_.failing_allocation == 0) {
+    return false;
+  }
+  return --settings_.failing_allocation == 0;
+}
+
+void RecordingPlatform::fail_msgget(bool fail) {
+  const Guard guard(mutex_);
+  settings_.msgget_fails = fail;
+}
+
+bool RecordingPlatform::msgget_fails() const {
+  const Guard guard(mutex_);
+  return settings_.msgget_fails;
+}
+
+void RecordingPlatform::set_mq_unlink_result(int result) {
+  const Guard guard(mutex_);
+  settings_.mq_unlink_result = result;
+}
+
+int RecordingPlatform::mq_unlink_result() const {
+  const Guard guard(mutex_);
+  return settings_.mq_unlink_result;
+}
+
+// --- Tasks.
+
+void RecordingPlatform::run_tasks(bool run) {
+  const Guard guard(mutex_);
+  settings_.run_tasks = run;
+}
+
+void RecordingPlatform::set_task_start_result(const std::string& name, int result) {
+  const Guard guard(mutex_);
+  settings_.task_start_results[name] = result;
+}
+
+namespace {
+
+void* run_task(void* argument) {
+  auto* task = static_cast<erps_task_desc*>(argument);
+  task->entry(task);
+  return nullptr;
+}
+
+constexpr uintptr_t kNotRunning = static_cast<uintptr_t>(-1);
+
+}  // namespace
+
+int RecordingPlatform::task_start(erps_task_desc* task) {
+  {
+    const Guard guard(mutex_);
+    const int result = value_or(settings_.task_start_results, std::string(task->name), 0);
+    if (result < 0) {
+      return result;
+    }
+    if (!settings_.run_tasks) {
+      task->thread_id = next_fake_thread_++;
+      return result;
+    }
+    settings_.notified[task] = std::nullopt;
+  }
+  if (task->init != nullptr && task->init(task) != 0) {
+    return -1;
+  }
+  pthread_t thread{};
+  if (pthread_create(&thread, nullptr, run_task, task) != 0) {
+    return -1;
+  }
+  task->thread_id = thread;
+  int result = -1;
+  {
+    const Guard guard(mutex_);
+    wait_for([this, task] { return settings_.notified[task].has_value(); });
+    result = settings_.notified[task].value_or(-1);
+  }
+  if (result < 0) {
+    pthread_join(thread, nullptr);
+    task->thread_id = kNotRunning;
+  }
+  return result;
+}
+
+int RecordingPlatform::task_stop(erps_task_desc* task) {
+  bool running = false;
+  {
+    const Guard guard(mutex_);
+    running = settings_.run_tasks;
+  }
+  if (running) {
+    pthread_cancel(task->thread_id);
+    pthread_join(task->thread_id, nullptr);
+  }
+  task->thread_id = kNotRunning;
+  return 0;
+}
+
+int RecordingPlatform::task_notify(erps_task_desc* task, int result) {
+  const Guard guard(mutex_);
+  settings_.notified[task] = result;
+  pthread_cond_broadcast(&changed_);
+  return 0;
+}
+
+}  // namespace erps::test
