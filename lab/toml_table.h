@@ -1,0 +1,71 @@
+// Checked reading of one TOML table: every mistake becomes a finding with line, key, value and what
+// is allowed, and reading goes on. A key that nobody asked for is a mistake, too.
+#pragma once
+
+#include <toml++/toml.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "lab/findings.h"
+
+namespace erps::lab {
+
+// A value with the line that it stands in.
+template <typename T>
+struct Located {
+  T value;
+  uint32_t line;
+};
+
+class TomlTable {
+ public:
+  // `what` names the table in findings: "ring 1", "node \"n1\"". Both references must outlive this.
+  TomlTable(const toml::table& table, std::string what, Findings& findings);
+
+  uint32_t line() const { return line_; }
+  const std::string& what() const { return what_; }
+  void rename(std::string what) { what_ = std::move(what); }
+
+  // Whether the key is there, of whatever kind.
+  bool has(const char* key);
+  uint32_t line_of(const char* key) const;
+
+  // Empty when the key is absent or wrong; wrong values have been reported.
+  std::optional<Located<std::string>> text(const char* key);
+  std::optional<Located<int64_t>> integer(const char* key, int64_t min, int64_t max,
+                                          const char* unit = "");
+  std::optional<Located<double>> number(const char* key, double min, double max, const char* unit);
+  std::optional<Located<bool>> boolean(const char* key);
+  std::optional<Located<std::vector<std::string>>> texts(const char* key);
+  // A text or a list of texts.
+  std::optional<Located<std::vector<std::string>>> text_or_texts(const char* key);
+  std::optional<Located<std::vector<int64_t>>> integers(const char* key, int64_t min, int64_t max);
+  const toml::table* table(const char* key);
+  // The tables of [[key]]; empty when there are none.
+  std::vector<const toml::table*> tables(const char* key);
+
+  // Reports the absence of a key that must be there.
+  void missing(const char* key, const std::string& allowed);
+  // "<what>: <key> = <value>: <why>" at the line of the key.
+  void wrong(const char* key, const std::string& why);
+  // Reports every key that nobody asked for. Called last.
+  void refuse_the_rest();
+
+ private:
+  const toml::node* find(const char* key);
+  void wrong_kind(const char* key, const toml::node& node, const std::string& allowed);
+
+  const toml::table& table_;
+  std::string what_;
+  Findings& findings_;
+  uint32_t line_;
+  std::vector<std::string> known_keys_;
+};
+
+// A value as it would stand in the file, for messages.
+std::string value_text(const toml::node& node);
+
+}  // namespace erps::lab

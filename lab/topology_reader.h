@@ -1,0 +1,41 @@
+// The steps of reading a topology: what each kind of table says, into the model.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "lab/toml_table.h"
+#include "lab/topology.h"
+
+namespace erps::lab {
+
+// What is being read. A table with a mistake is left out of the model but its name is remembered,
+// so that what refers to it is not reported as well.
+struct Reading {
+  Topology& topology;
+  Findings& findings;
+  std::set<std::string> broken_nodes, broken_links, broken_hosts;
+  std::set<int64_t> broken_rings;
+};
+
+void read_nodes(Reading& reading, const std::vector<const toml::table*>& tables);
+void read_links(Reading& reading, const std::vector<const toml::table*>& tables);
+void read_hosts(Reading& reading, const std::vector<const toml::table*>& tables);
+void read_streams(Reading& reading, const std::vector<const toml::table*>& tables);
+void read_rings(Reading& reading, const std::vector<const toml::table*>& tables);
+void read_bounds(Reading& reading, const toml::table& table);
+// [[step]] tables, with the steps of [script] in front.
+void read_script(Reading& reading, const toml::table* script,
+                 const std::vector<const toml::table*>& tables);
+
+// A name as it may stand in the file; reports what is wrong with it.
+bool is_good_name(TomlTable& table, const char* key, const std::string& name);
+
+// Look-ups that report a name which nothing has. `allowed` in the message is the list of all names.
+std::optional<NodeIndex> node_named(Reading& reading, TomlTable& table, const char* key,
+                                    const std::string& name);
+std::optional<LinkIndex> link_named(Reading& reading, TomlTable& table, const char* key,
+                                    const std::string& name);
+
+}  // namespace erps::lab
