@@ -136,9 +136,3 @@ static_assert(erps_request_tables_agree());
 
 // Name of a node state for logs; "notting" for a number that is none.
 const char* erps_state_name(int32_t state);
-
-// Request made by a received request/state field and RB bit; undefined fields and Event make none.
-uint32_t get_raps_priority(uint32_t request, uint32_t rb);
-
-// Text of a received request for logs.
-const char* erps_get_raps_string(uint32_t request, uint32_t rb);

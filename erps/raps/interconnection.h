@@ -7,10 +7,6 @@
 #include "erps/raps/rx_pdu.h"
 #include "erps/ring/ring.h"
 
-// Indications to a sub-ring instance.
-inline constexpr uint32_t kMajorRingCut = 1;
-inline constexpr uint32_t kMajorRingWhole = 2;
-
 // Reception for a sub-ring instance. 0, or 23 when the guard timer dropped the message.
 uint32_t erps_sub_ring_pdu_proc(ERPSM_T* ring, ERPS_RX_PDU_T* descriptor);
 

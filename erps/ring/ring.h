@@ -26,6 +26,10 @@ inline constexpr uint32_t kNoRplNode = 4;
 // Values of inter_node_role: 1 watches the major ring for its sub-ring, any other only marks.
 inline constexpr uint32_t kWatching = 1;
 
+// Indications of a major ring to its sub-ring instance, kept in notify_state.
+inline constexpr uint32_t kMajorRingCut = 1;
+inline constexpr uint32_t kMajorRingWhole = 2;
+
 // Port states, in the records and towards the switch.
 inline constexpr uint16_t kDiscarding = 1;
 inline constexpr uint16_t kForwarding = 4;

@@ -17,6 +17,8 @@
 //     cancelled only while it waits for an event, the timer task only before and during its sleep.
 #pragma once
 
+#include <pthread.h>
+
 #include <atomic>
 #include <type_traits>
 
@@ -40,4 +42,28 @@ class Shared {
 
  private:
   std::atomic<T> value_{};
+};
+
+// The thread cannot be cancelled while this lives.
+class NoCancellation {
+ public:
+  NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &old_state_); }
+  ~NoCancellation() { pthread_setcancelstate(old_state_, nullptr); }
+  NoCancellation(const NoCancellation&) = delete;
+  NoCancellation& operator=(const NoCancellation&) = delete;
+
+ private:
+  int old_state_ = 0;
+};
+
+// The thread can be cancelled while this lives: put around the one call that waits.
+class Cancellable {
+ public:
+  Cancellable() { pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &old_state_); }
+  ~Cancellable() { pthread_setcancelstate(old_state_, nullptr); }
+  Cancellable(const Cancellable&) = delete;
+  Cancellable& operator=(const Cancellable&) = delete;
+
+ private:
+  int old_state_ = 0;
 };

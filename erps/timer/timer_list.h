@@ -46,7 +46,7 @@ class TimerLock {
   TimerLock& operator=(const TimerLock&) = delete;
 
  private:
-  int old_cancel_state_ = 0;
+  NoCancellation no_cancellation_;
 };
 
 // Links of a record that is in no list: addresses that fault when followed.
