@@ -57,36 +57,37 @@ int32_t ERPS_OUT_set_port_state(ERPSM_T* /*ring*/, uint32_t port_id, uint32_t /*
 
 int32_t erps_block_RPL_port(ERPSM_T* ring) {
   ERPS_DEBUG_AT("ring %d enter \n", ring->ring_id);
-  const bool sub_ring = erps_is_sub_ring(ring);
-  return set_ports(ring, kDiscarding, [&](const ERPS_PORT_T* port) {
-    if (!sub_ring && (is_plain_node(ring) || port->port_role != kRplPort)) {
-      return false;
+  int32_t result = 0;
+  for (ERPS_PORT_T* port = ring->port_list; port != nullptr; port = erps_next_port(ring, port)) {
+    const bool is_rpl = !is_plain_node(ring) && port->port_role == kRplPort;
+    if (!erps_is_sub_ring(ring) && !is_rpl) {
+      continue;
     }
     ERPS_DEBUG_AT("block rpl port = %d port_role = %d \n", port->port_id, port->port_role);
-    return true;
-  });
+    result = set_port_state(ring, port, kDiscarding);
+  }
+  return result;
 }
 
 int32_t erps_unblock_non_RPL_port(ERPSM_T* ring) {
   ERPS_DEBUG_AT("ring %d enter \n", ring->ring_id);
-  bool unblocked = false;
-  const int32_t result = set_ports(ring, kForwarding, [&](const ERPS_PORT_T* port) {
+  int32_t result = kNothingUnblocked;
+  for (ERPS_PORT_T* port = ring->port_list; port != nullptr; port = erps_next_port(ring, port)) {
     if (erps_is_sub_ring(ring)) {
       if (!is_plain_node(ring)) {
-        return false;
+        continue;
       }
       ERPS_DEBUG_AT("UNBLOCK port %d port_role %d\n", port->port_id, port->port_role);
     } else {
       if (!is_plain_node(ring) && port->port_role == kRplPort) {
-        return false;
+        continue;
       }
       ERPS_DEBUG_AT("UNBLOCK non port %d port_role %d\n", port->port_id, port->port_role);
       ERPS_DEBUG("UNBLOCK non port %d port_role %d\n", port->port_id, port->port_role);
     }
-    unblocked = true;
-    return true;
-  });
-  return unblocked ? result : kNothingUnblocked;
+    result = set_port_state(ring, port, kForwarding);
+  }
+  return result;
 }
 
 int32_t erps_block_requested_ring_port(ERPSM_T* ring) {

@@ -76,7 +76,8 @@ uint32_t ERPS_IN_rx_pdu(ERPS_RX_PDU_T* descriptor) {
     return kRxIllegal;
   }
   ERPS_PORT_T* port = erps_port_find(ring, descriptor->in_port);
-  if (port == nullptr && erps_check_pkt_is_sub_ring(ring, descriptor) != 0) {
+  const bool sub_ring = erps_is_sub_ring(ring);
+  if (port == nullptr && (!sub_ring || erps_check_pkt_is_sub_ring(ring, descriptor) != 0)) {
     ERPS_DEBUG("ERPS_Port_Is_Absent_In_The_Ring !~\n");
     return kRxPortAbsent;
   }
@@ -85,7 +86,7 @@ uint32_t ERPS_IN_rx_pdu(ERPS_RX_PDU_T* descriptor) {
     ERPS_DEBUG("node ID field value corresponds to the local node ID are ignored \n");
     return kRxOwnFrame;
   }
-  if (erps_is_sub_ring(ring)) {
+  if (sub_ring) {
     ERPS_DEBUG("ERPS sub ring process the packet !~\n");
     erps_sub_ring_pdu_proc(ring, descriptor);
     return kRxHandled;
