@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <functional>
+#include <ostream>
 #include <string>
 
 #include "client/client.h"
@@ -207,6 +208,10 @@ struct Malformed {
   uint32_t data_length;
   const char* expected;
 };
+
+void PrintTo(const Malformed& param, std::ostream* out) {
+  *out << param.name;
+}
 
 class MalformedReplies : public testing::TestWithParam<Malformed> {
  protected:

@@ -3,6 +3,7 @@
 #include <stddef.h>
 #include <string.h>
 
+#include <ostream>
 #include <set>
 
 #include "client/client.h"
@@ -30,6 +31,10 @@ struct Call {
   uint8_t command;
   std::array<uint32_t, 6> arguments;
 };
+
+void PrintTo(const Call& param, std::ostream* out) {
+  *out << param.name;
+}
 
 class CallBytes : public testing::TestWithParam<Call> {
  protected:
