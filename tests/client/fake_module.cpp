@@ -32,7 +32,10 @@ void put_u32(uint8_t* at, uint32_t value) {
 
 FakeModule::FakeModule(const Options& options) {
   if (options.queue) {
-    queue_ = msgget(mgmt::kQueueKey, IPC_CREAT | IPC_EXCL | options.queue_mode);
+    owns_queue_ = !options.adopt_queue;
+    queue_ =
+        msgget(mgmt::kQueueKey,
+               options.adopt_queue ? IPC_CREAT | 0666 : IPC_CREAT | IPC_EXCL | options.queue_mode);
     if (queue_ < 0) {
       fail("msgget");
     }
@@ -57,7 +60,9 @@ FakeModule::~FakeModule() {
   if (thread_.joinable()) {
     thread_.join();
   }
-  remove_queue();
+  if (owns_queue_) {
+    remove_queue();
+  }
   if (door_ != static_cast<mqd_t>(-1)) {
     mq_close(door_);
     mq_unlink(mgmt::kEventQueueName);

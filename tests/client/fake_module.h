@@ -43,6 +43,7 @@ class FakeModule {
     bool door = true;   // false: no event queue
     bool queue = true;  // false: no management queue
     long door_depth = 10;
+    bool adopt_queue = false;  // true: opens the management queue as the real module does
     int queue_mode = 0600;
     mode_t door_mode = 0600;
   };
@@ -83,6 +84,7 @@ class FakeModule {
   uint32_t do_switch(const mgmt::RequestText& request, uint32_t code, uint32_t state);
 
   int queue_ = -1;
+  bool owns_queue_ = true;
   mqd_t door_ = static_cast<mqd_t>(-1);
   std::atomic<bool> stop_{false};
   std::mutex mutex_;
