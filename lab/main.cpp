@@ -1,0 +1,43 @@
+// erpslab: a laboratory for networks that are described in one file.
+#include <CLI/CLI.hpp>
+
+#include "lab/command_run.h"
+
+int main(int argc, char** argv) {
+  CLI::App app{
+      "Builds a network of Linux bridges, rings and hosts from a topology file, breaks its links "
+      "and measures what the traffic notices."};
+  app.name("erpslab");
+  app.require_subcommand(1);
+
+  erps::lab::RunArguments run;
+  CLI::App* run_command =
+      app.add_subcommand("run", "Run the file's network in namespaces of its own, with its script");
+  run_command->add_option("TOPOLOGY", run.topology, "The topology file")->required();
+  run_command->add_flag("--json", run.json, "Print the report as JSON");
+  run_command->add_flag("--keep-going", run.keep_going, "Go on after a step that failed");
+  run_command->add_option("--pcap", run.pcap,
+                          "Capture every node's R-APS frames into this directory");
+  run_command->add_option("--logs", run.logs,
+                          "Keep every daemon's log and journal in this directory");
+  run_command->add_option("--erpsd", run.erpsd, "The daemon; default: beside erpslab, or in PATH");
+  run_command->add_option("--module", run.module, "liberps.so; default: that of the build");
+  run_command->footer(
+      "Exit status: 0 every expectation of the file held, 1 one failed, 2 mistakes in the file or "
+      "on the command line, 3 could not run, 130 after Ctrl-C.");
+
+  std::string topology;
+  std::string node;
+  CLI::App* config_command =
+      app.add_subcommand("config", "Print the erpsd configuration of one node");
+  config_command->add_option("TOPOLOGY", topology, "The topology file")->required();
+  config_command->add_option("NODE", node, "Name of the node")->required();
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? erps::lab::kHeld : erps::lab::kMistaken;
+  }
+  return run_command->parsed() ? erps::lab::command_run(run)
+                               : erps::lab::command_config(topology, node);
+}
