@@ -50,7 +50,8 @@ enum class LogTarget {
 struct LogConfig {
   LogLevel level = LogLevel::kNotice;
   LogTarget target = LogTarget::kAuto;
-  bool trace = false;  // keep a trace of the module's messages at debug level, whatever `level` says
+  bool trace =
+      false;  // keep a trace of the module's messages at debug level, whatever `level` says
 };
 
 struct Config {
@@ -58,10 +59,10 @@ struct Config {
   std::vector<PortMapping> ports;
   std::optional<MacAddress> node_address;  // absent: the bridge's address
   LogConfig log;
-  std::string journal_path;        // history as JSON lines, appended; empty: none
-  int carrier_poll_ms = 5;         // 1 to 1000, 0 off: how often slow interfaces are asked
-  int realtime_priority = 0;       // 1 to 99: SCHED_FIFO for the protocol task; 0: not
-  std::optional<gid_t> door_group; // group that may announce management requests besides the owner
+  std::string journal_path;         // history as JSON lines, appended; empty: none
+  int carrier_poll_ms = 5;          // 1 to 1000, 0 off: how often slow interfaces are asked
+  int realtime_priority = 0;        // 1 to 99: SCHED_FIFO for the protocol task; 0: not
+  std::optional<gid_t> door_group;  // group that may announce management requests besides the owner
 };
 
 class PlatformError : public std::runtime_error {
@@ -89,8 +90,8 @@ bool running() noexcept;
 struct KernelPortState {
   bool present = false;   // the interface exists
   bool enslaved = false;  // and is a port of the configured bridge
-  std::string state;      // "disabled", "listening", "learning", "forwarding", "blocking", "unknown"
-  bool guarded = false;   // all guard flags are set: nothing passes whatever the state says
+  std::string state;     // "disabled", "listening", "learning", "forwarding", "blocking", "unknown"
+  bool guarded = false;  // all guard flags are set: nothing passes whatever the state says
   bool admin_up = false;
   bool carrier = false;
 };
@@ -110,7 +111,7 @@ struct PortStatus {
   uint64_t send_failures = 0;
   uint64_t frames_dropped = 0;  // by the kernel, for a full socket buffer
   uint64_t link_changes = 0;
-  uint64_t reapplied = 0;       // times the kernel had undone the wanted state
+  uint64_t reapplied = 0;  // times the kernel had undone the wanted state
 };
 
 struct Counters {
@@ -122,23 +123,23 @@ struct Counters {
   uint64_t door_wrong_event = 0;
   uint64_t netlink_overruns = 0;
   uint64_t flushes_asked = 0;
-  uint64_t flushes_done = 0;     // coalesced ones count once
+  uint64_t flushes_done = 0;  // coalesced ones count once
   uint64_t flushes_failed = 0;
   uint64_t port_state_failures = 0;
   uint64_t openings_withdrawn = 0;  // opened and blocked again within one event
-  uint64_t history_lost = 0;     // records that the journal could not take
-  uint64_t log_lost = 0;         // messages that the log could not take
+  uint64_t history_lost = 0;        // records that the journal could not take
+  uint64_t log_lost = 0;            // messages that the log could not take
 };
 
 struct Status {
   std::string bridge;
-  std::string stp;              // "off" or "user": who owns spanning tree on the bridge
+  std::string stp;  // "off" or "user": who owns spanning tree on the bridge
   MacAddress node_address{};
-  std::string capture;          // mechanism found usable: "tc flower trap", "nftables netdev
-                                // ingress" or "clsact BPF"
+  std::string capture;             // mechanism found usable: "tc flower trap", "nftables netdev
+                                   // ingress" or "clsact BPF"
   bool capture_installed = false;  // the module has asked for the rule and it is in force
-  std::string capture_error;    // why the rule asked for is not in force, "" otherwise
-  size_t door_depth = 0;        // messages the outside door holds, 0 while there is none
+  std::string capture_error;       // why the rule asked for is not in force, "" otherwise
+  size_t door_depth = 0;           // messages the outside door holds, 0 while there is none
   std::vector<PortStatus> ports;   // in the order of the configuration
   Counters counters;
 };

@@ -1,0 +1,30 @@
+// The kernel filter program that recognises R-APS frames, for sockets and for the bridge's ingress.
+#pragma once
+
+#include <linux/filter.h>
+
+#include <array>
+#include <cstdint>
+
+#include "linux/platform.h"
+
+namespace erps::linux_platform {
+
+// Destination address under a mask and EtherType, behind a VLAN tag or without one.
+struct FrameMatch {
+  MacAddress destination{0x01, 0x19, 0xA7, 0x00, 0x00, 0x00};
+  MacAddress mask{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00};
+  uint16_t ether_type = 0x8902;
+
+  bool operator==(const FrameMatch&) const = default;
+};
+
+inline constexpr size_t kFilterLength = 15;
+using FilterProgram = std::array<sock_filter, kFilterLength>;
+
+// A classic BPF program over the frame from its destination address on; it returns `matched` or
+// `other`. The kernel moves an outer tag out of the frame before most filters run, but not before
+// all of them, so the EtherType is looked for in both places.
+FilterProgram make_filter(const FrameMatch& match, uint32_t matched, uint32_t other);
+
+}  // namespace erps::linux_platform
