@@ -16,9 +16,11 @@ std::string default_module_path() {
   const ssize_t length = readlink("/proc/self/exe", executable, sizeof executable);
   if (length > 0) {
     const std::string path(executable, static_cast<size_t>(length));
-    const std::string beside = path.substr(0, path.rfind('/')) + "/../lib/liberps.so";
-    if (access(beside.c_str(), R_OK) == 0) {
-      return beside;
+    const std::string directory = path.substr(0, path.rfind('/'));
+    for (const char* place : {"/../lib/liberps.so", "/../lib/erps/liberps.so"}) {
+      if (access((directory + place).c_str(), R_OK) == 0) {
+        return directory + place;
+      }
     }
   }
   return kInstalledModule;
