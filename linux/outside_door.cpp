@@ -59,6 +59,10 @@ int OutsideDoor::open(const std::string& name, int depth) {
     granted = std::min(granted, kernel_depth_limit());
     queue_ = create(name, granted);
   }
+  while (queue_ < 0 && errno == EMFILE && granted > 1) {  // the limit on bytes in queues
+    granted /= 2;
+    queue_ = create(name, granted);
+  }
   if (queue_ < 0) {
     return errno;
   }
@@ -72,8 +76,9 @@ int OutsideDoor::open(const std::string& name, int depth) {
     return error;
   }
   if (granted < depth) {
-    logf(LogLevel::kNotice,
-         "outside door %s: holds %ld messages, not %d; the limit is /proc/sys/fs/mqueue/msg_max",
+    logf(LogLevel::kDebug,
+         "outside door %s: holds %ld messages, not %d; the limits are "
+         "/proc/sys/fs/mqueue/msg_max and RLIMIT_MSGQUEUE",
          name.c_str(), granted, depth);
   }
   return 0;
