@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
   CLI::App app("Ethernet ring protection (ITU-T G.8032): ask and change the rings of this node",
                "erpsctl");
   CommandLine line;
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);  // none at all is refused below: an unknown word is named first
   app.fallthrough();
   add_number(app, "--timeout", line.timeout_ms, kTimeoutRange, "How long to wait for an answer")
       ->type_name("MS")
@@ -45,6 +45,9 @@ int main(int argc, char** argv) {
   app.footer("Exit status: 0 done, 1 refused, 2 mistake on the command line, 3 nobody answers.");
   try {
     app.parse(argc, argv);
+    if (!line.action) {
+      throw UsageError("a command is needed; see erpsctl --help");
+    }
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kDone : kUsage;
   } catch (const UsageError& error) {

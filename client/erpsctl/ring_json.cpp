@@ -8,7 +8,7 @@ namespace erps::erpsctl {
 namespace {
 
 using client::RingStatus;
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 json or_null(const std::optional<uint32_t>& value) {
   return value ? json(*value) : json(nullptr);

@@ -17,9 +17,9 @@ std::string rings_table(const std::vector<client::RingStatus>& rings,
 std::string ring_details(const client::RingStatus& ring);
 
 // {"rings": [...], "timers": {...}}: the same shape whatever the number of rings.
-nlohmann::json rings_json(const std::vector<client::RingStatus>& rings,
-                          const client::TimerSettings& settings, uint32_t now_s);
+nlohmann::ordered_json rings_json(const std::vector<client::RingStatus>& rings,
+                                  const client::TimerSettings& settings, uint32_t now_s);
 
-nlohmann::json timers_json(const client::TimerSettings& settings);
+nlohmann::ordered_json timers_json(const client::TimerSettings& settings);
 
 }  // namespace erps::erpsctl
