@@ -76,7 +76,7 @@ class ModuleTest : public ::testing::Test {
   // --- Log.
   // Messages with exactly this text, at this level, under the module's own facility and label.
   int logged(int level, const std::string& text) const;
-  // Debug messages "[function:<any line>]" + text.
+  // Debug messages "[function:<any line>]" + text; an empty name stands for any function.
   int logged_at(const std::string& function, const std::string& text) const;
   // Messages of any level that contain the text.
   int logged_part(const std::string& text) const;

@@ -427,9 +427,9 @@ void RecordingPlatform::tick(int count) {
   pthread_cond_broadcast(&changed_);
 }
 
-void RecordingPlatform::fail_next_selects(int count) {
+void RecordingPlatform::script_selects(const std::vector<int>& results) {
   const Guard guard(mutex_);
-  settings_.failing_selects = count;
+  settings_.select_results.assign(results.begin(), results.end());
   pthread_cond_broadcast(&changed_);
 }
 
@@ -437,9 +437,10 @@ int RecordingPlatform::sleep_one_tick() {
   const Guard guard(mutex_);
   const Counted sleeping(sleepers_);
   while (settings_.ticks == 0) {
-    if (settings_.failing_selects > 0) {
-      --settings_.failing_selects;
-      return -1;
+    if (!settings_.select_results.empty()) {
+      const int result = settings_.select_results.front();
+      settings_.select_results.pop_front();
+      return result;
     }
     pthread_cond_broadcast(&changed_);
     pthread_cond_wait(&changed_, &mutex_);
@@ -451,7 +452,7 @@ int RecordingPlatform::sleep_one_tick() {
 bool RecordingPlatform::wait_until_sleeper_idle() {
   const Guard guard(mutex_);
   return wait_for(
-      [this] { return settings_.ticks == 0 && settings_.failing_selects == 0 && sleepers_ > 0; });
+      [this] { return settings_.ticks == 0 && settings_.select_results.empty() && sleepers_ > 0; });
 }
 
 // --- Memory and System V queue calls.

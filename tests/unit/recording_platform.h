@@ -121,7 +121,8 @@ class RecordingPlatform {
   std::pair<uint32_t, uint32_t> now() const;  // seconds, microseconds
   // Lets a task that sleeps in select wake up `count` times, without moving the clock.
   void tick(int count = 1);
-  void fail_next_selects(int count);
+  // What the next sleeps return at once, without waiting for a tick: -1 fails.
+  void script_selects(const std::vector<int>& results);
   // Waits, bounded, until every tick was used and the task sleeps again.
   bool wait_until_sleeper_idle();
   void set_trace(int value);
@@ -193,7 +194,7 @@ class RecordingPlatform {
     uint32_t microseconds = kStartMicroseconds;
     bool queue_gone = false;
     int ticks = 0;
-    int failing_selects = 0;
+    std::deque<int> select_results;
     std::map<erps_task_desc*, std::optional<int>> notified;
   };
 
