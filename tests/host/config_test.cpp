@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <ostream>
+#include <sstream>
 
 #include "client/words.h"
+#include "host/options.h"
 #include "tests/host/temporary_file.h"
 
 namespace erps::host {
@@ -173,6 +176,15 @@ TEST(ConfigReading, MissingFileIsNamed) {
   } catch (const ConfigError& error) {
     EXPECT_STREQ(error.what(), "/nonexistent/erpsd.toml: No such file or directory");
   }
+}
+
+TEST(ConfigDocumentation, ExplainsEveryOptionAsTheTableDoes) {
+  std::ostringstream page;
+  page << std::ifstream(ERPSD_PAGE).rdbuf();
+  std::string help = help_config();
+  help.erase(help.find_last_not_of('\n') + 1);
+  EXPECT_NE(page.str().find("```\n" + help + "\n```"), std::string::npos)
+      << "docs/erpsd.md does not hold what erpsd --help-config prints";
 }
 
 struct Case {
