@@ -148,8 +148,8 @@ int CaptureRules::remove(uint32_t entity_id) {
 
 void CaptureRules::remove_all() {
   const std::lock_guard lock(mutex_);
-  rules_.clear();
-  if (mechanism_ != nullptr) {
+  if (mechanism_ != nullptr && !rules_.empty()) {
+    rules_.clear();
     install();
   }
 }

@@ -44,26 +44,28 @@ void LinkMonitor::read_initial() {
 }
 
 void LinkMonitor::drain() {
+  bool overrun = false;
   for (;;) {
     const ssize_t received =
         mnl_socket_recvfrom(notifications_.get(), buffer_.data(), buffer_.size());
     if (received >= 0) {
-      mnl_cb_run(buffer_.data(), static_cast<size_t>(received), 0, 0, on_message, this);
-      continue;
+      // Behind a gap nothing that is queued is known to be the last word on a link.
+      if (!overrun) {
+        mnl_cb_run(buffer_.data(), static_cast<size_t>(received), 0, 0, on_message, this);
+      }
+    } else if (errno == ENOBUFS || errno == ENOSPC) {
+      overrun = true;
+    } else if (errno != EINTR) {
+      if (errno != EAGAIN) {
+        logf(LogLevel::kError, "link notifications cannot be read: %s", std::strerror(errno));
+      }
+      break;
     }
-    if (errno == EAGAIN) {
-      return;
-    }
-    if (errno == ENOBUFS || errno == ENOSPC) {
-      count(counters_.netlink_overruns);
-      logf(LogLevel::kNotice, "link notifications were lost; reading all links again");
-      resync();
-      continue;
-    }
-    if (errno != EINTR) {
-      logf(LogLevel::kError, "link notifications cannot be read: %s", std::strerror(errno));
-      return;
-    }
+  }
+  if (overrun) {
+    count(counters_.netlink_overruns);
+    logf(LogLevel::kNotice, "link notifications were lost; reading all links again");
+    resync();
   }
 }
 

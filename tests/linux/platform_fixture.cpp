@@ -6,6 +6,7 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
+#include <nftables/libnftables.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -16,6 +17,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <mutex>
 
 #include "erps/raps/frame.h"
@@ -55,6 +57,14 @@ std::string output_of(const std::string& command) {
   return run_and_read(command, status);
 }
 
+std::string packet_rules() {
+  const std::unique_ptr<nft_ctx, void (*)(nft_ctx*)> context(nft_ctx_new(NFT_CTX_DEFAULT),
+                                                             nft_ctx_free);
+  nft_ctx_buffer_output(context.get());
+  EXPECT_EQ(nft_run_cmd_from_buffer(context.get(), "list ruleset"), 0);
+  return nft_ctx_get_output_buffer(context.get());
+}
+
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds patience) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   while (!condition()) {
@@ -71,8 +81,8 @@ void set_up(const std::string& interface, bool up) {
   ifreq request{};
   std::strncpy(request.ifr_name, interface.c_str(), sizeof request.ifr_name - 1);
   ASSERT_EQ(ioctl(fd.get(), SIOCGIFFLAGS, &request), 0) << interface;
-  request.ifr_flags = static_cast<short>(up ? request.ifr_flags | IFF_UP
-                                            : request.ifr_flags & ~IFF_UP);
+  request.ifr_flags =
+      static_cast<short>(up ? request.ifr_flags | IFF_UP : request.ifr_flags & ~IFF_UP);
   ASSERT_EQ(ioctl(fd.get(), SIOCSIFFLAGS, &request), 0) << interface;
 }
 
@@ -172,7 +182,9 @@ LinkInfo kernel_link(const std::string& interface) {
   return info;
 }
 
-bool device_carrier(const std::string& interface) { return kernel_link(interface).carrier(); }
+bool device_carrier(const std::string& interface) {
+  return kernel_link(interface).carrier();
+}
 
 bool guarded(const std::string& interface) {
   return kernel_link(interface).port_flags == kGuardFlags;
@@ -216,7 +228,9 @@ void PlatformTest::SetUp() {
   build_bridge();
 }
 
-void PlatformTest::TearDown() { stop(); }
+void PlatformTest::TearDown() {
+  stop();
+}
 
 void PlatformTest::build_bridge() {
   run("ip link set lo up");
@@ -238,7 +252,9 @@ Config PlatformTest::config() const {
   return configuration;
 }
 
-void PlatformTest::start_platform() { start_platform(config()); }
+void PlatformTest::start_platform() {
+  start_platform(config());
+}
 
 void PlatformTest::start_platform(const Config& configuration) {
   ASSERT_NO_THROW(start(configuration));

@@ -36,6 +36,8 @@ using Bytes = std::vector<uint8_t>;
 void run(const std::string& command);
 // What a command prints.
 std::string output_of(const std::string& command);
+// The nftables rules of this network namespace, as text.
+std::string packet_rules();
 
 // Waits until the condition holds; false when it does not in time.
 bool eventually(const std::function<bool()>& condition,

@@ -26,7 +26,9 @@ class PortStateTest : public PlatformTest {
     handler();
   }
   // Goes back for the next event; whatever waits is not fetched.
-  void finish_event() { in_event([] {}); }
+  void finish_event() {
+    in_event([] {});
+  }
 };
 
 TEST_F(PortStateTest, StartGuardsEveryRingPort) {
