@@ -84,6 +84,7 @@ json traffic_json(const Topology& topology, const StepReport& report) {
                             {"outage_ms", to_ms(direction.outage_ns)},
                             {"outage_from_ms", to_ms(direction.outage_from_ns - report.fault_ns)},
                             {"still_out", direction.still_out},
+                            {"sender_pause_ms", to_ms(direction.sender_pause_ns)},
                             {"sent", direction.sent},
                             {"lost", direction.lost},
                             {"duplicated", direction.duplicates},
@@ -92,8 +93,7 @@ json traffic_json(const Topology& topology, const StepReport& report) {
   }
   return {{"directions", directions},
           {"unsent", report.traffic->unsent},
-          {"receiver_drops", report.traffic->receiver_drops},
-          {"longest_sender_pause_ms", to_ms(report.traffic->longest_pause_ns)}};
+          {"receiver_drops", report.traffic->receiver_drops}};
 }
 
 }  // namespace

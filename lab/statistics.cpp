@@ -1,6 +1,7 @@
 #include "lab/statistics.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace erps::lab {
 
@@ -22,7 +23,7 @@ void DirectionMeter::begin(uint64_t first, int64_t now_ns) {
   running_ = true;
   first_ = first;
   begun_ns_ = now_ns;
-  result_ = {};
+  closed_ns_ = INT64_MAX;
   arrived_once_ = 0;
   for (uint64_t number = first; number < base_ + seen_.size(); ++number) {
     arrived_once_ += seen_[number - base_] ? 1 : 0;
@@ -39,7 +40,8 @@ void DirectionMeter::arrived(uint64_t number, int64_t at_ns) {
   }
   // The gap that was open when the measurement began counts from its last arrival.
   const int64_t since_ns = last_ns_ == 0 ? begun_ns_ : last_ns_;
-  if (running_ && at_ns - since_ns > result_.outage_ns && at_ns >= begun_ns_) {
+  if (running_ && at_ns - since_ns > result_.outage_ns && at_ns >= begun_ns_ &&
+      since_ns < closed_ns_) {
     result_.outage_ns = at_ns - since_ns;
     result_.outage_from_ns = since_ns;
   }
@@ -70,11 +72,11 @@ bool DirectionMeter::is_complete(uint64_t end) const {
   return true;
 }
 
-DirectionResult DirectionMeter::end(uint64_t end, int64_t now_ns) {
+DirectionResult DirectionMeter::end(uint64_t end) {
   running_ = false;
   const int64_t since_ns = last_ns_ == 0 ? begun_ns_ : last_ns_;
-  if (now_ns - since_ns > result_.outage_ns) {
-    result_.outage_ns = now_ns - since_ns;
+  if (closed_ns_ - since_ns > result_.outage_ns) {
+    result_.outage_ns = closed_ns_ - since_ns;
     result_.outage_from_ns = since_ns;
     result_.still_out = true;
   }
@@ -85,7 +87,7 @@ DirectionResult DirectionMeter::end(uint64_t end, int64_t now_ns) {
   result_.sent = end - first_;
   const uint64_t arrived_in_time = arrived_once_ - std::min(arrived_once_, beyond);
   result_.lost = result_.sent - std::min(result_.sent, arrived_in_time);
-  return result_;
+  return std::exchange(result_, {});
 }
 
 }  // namespace erps::lab

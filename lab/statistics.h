@@ -19,8 +19,9 @@ struct DirectionResult {
   // The longest time between two consecutive arrivals, nothing subtracted; the one that spans the
   // fault begins before it. It is the pace of the sender when nothing was interrupted.
   int64_t outage_ns = 0;
-  int64_t outage_from_ns = 0;  // the arrival that it begins with, or the begin of the measurement
-  bool still_out = false;      // it lasted until the measurement ended
+  int64_t outage_from_ns = 0;   // the arrival that it begins with, or the begin of the measurement
+  bool still_out = false;       // it lasted until the measurement ended
+  int64_t sender_pause_ns = 0;  // the longest time between two frames that were sent
 };
 
 class DirectionMeter {
@@ -29,9 +30,11 @@ class DirectionMeter {
   // that late copies are told from first arrivals.
   void begin(uint64_t first, int64_t now_ns);
   void arrived(uint64_t number, int64_t at_ns);
-  // Ends it: frames from `end` on belong to the next one. `now_ns` is not before the last arrival
-  // that should count.
-  DirectionResult end(uint64_t end, int64_t now_ns);
+  // Says that the measurement goes until `now_ns`: gaps that begin later are not counted any more,
+  // late frames still are.
+  void close(int64_t now_ns) { closed_ns_ = now_ns; }
+  // Ends it: frames from `end` on belong to the next one, and so do copies that arrive from now on.
+  DirectionResult end(uint64_t end);
 
   // Whether every frame below `end` of this measurement has arrived.
   bool is_complete(uint64_t end) const;
@@ -46,6 +49,7 @@ class DirectionMeter {
   std::optional<uint64_t> highest_;
   uint64_t arrived_once_ = 0;  // of the frames from first_ on
   int64_t begun_ns_ = 0;
+  int64_t closed_ns_ = INT64_MAX;
   int64_t last_ns_ = 0;  // last arrival; 0 before the first
   DirectionResult result_;
 };

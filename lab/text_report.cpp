@@ -196,8 +196,9 @@ std::string TextReport::traffic(const StepReport& report) const {
   if (!report.traffic || report.traffic->streams.empty()) {
     return {};
   }
-  std::string text = "  " + paint(kDim, padded("traffic", 18)) +
-                     paint(kDim, "outage ms      lost  duplicated  reordered      sent") + "\n";
+  std::string text =
+      "  " + paint(kDim, padded("traffic", 18)) +
+      paint(kDim, "outage ms      lost  duplicated  reordered      sent  sender's pause ms") + "\n";
   for (size_t i = 0; i < report.traffic->streams.size(); ++i) {
     for (size_t side = 0; side < 2; ++side) {
       const auto& hosts = topology_.streams[i].hosts;
@@ -209,6 +210,7 @@ std::string TextReport::traffic(const StepReport& report) const {
               padded(std::to_string(direction.duplicates), 12, true) +
               padded(std::to_string(direction.reordered), 11, true) +
               padded(std::to_string(direction.sent), 10, true) +
+              padded(ms_number(direction.sender_pause_ns), 19, true) +
               (direction.still_out ? "  still out" : "") +
               (report.stream_judged[i] ? "" : "  no way to go, not judged") + "\n";
     }

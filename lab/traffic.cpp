@@ -102,8 +102,9 @@ void Traffic::send_due(Direction& direction, int64_t now_ns) {
     if (!direction.from->send(direction.frame.data(), direction.frame.size())) {
       ++unsent_;
     }
-    if (direction.last_sent_ns != 0 && sent_ns - direction.last_sent_ns > longest_pause_ns_) {
-      longest_pause_ns_ = sent_ns - direction.last_sent_ns;
+    if (direction.last_sent_ns != 0 &&
+        sent_ns - direction.last_sent_ns > direction.longest_pause_ns) {
+      direction.longest_pause_ns = sent_ns - direction.last_sent_ns;
     }
     direction.last_sent_ns = sent_ns;
   }
@@ -136,8 +137,8 @@ void Traffic::begin_measurement() {
   const std::lock_guard<std::mutex> lock(mutex_);
   receive_all();
   unsent_ = 0;
-  longest_pause_ns_ = 0;
   for (auto& direction : directions_) {
+    direction->longest_pause_ns = 0;
     direction->to->take_drops();
     direction->meter.begin(direction->next_number, mono_ns());
   }
@@ -146,12 +147,17 @@ void Traffic::begin_measurement() {
 TrafficResult Traffic::end_measurement() {
   const int64_t end_ns = mono_ns();
   std::vector<uint64_t> ends;
-  for (auto& direction : directions_) {
-    ends.push_back(direction->next_number);
-  }
+  std::vector<int64_t> pauses_ns;
   TrafficResult result;
   result.unsent = unsent_;
-  result.longest_pause_ns = longest_pause_ns_;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (auto& direction : directions_) {
+      ends.push_back(direction->next_number);
+      pauses_ns.push_back(direction->longest_pause_ns);
+      direction->meter.close(end_ns);
+    }
+  }
   for (;;) {
     sleep_ms(kReceiveEveryMs);
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -167,7 +173,9 @@ TrafficResult Traffic::end_measurement() {
       if (i % 2 == 0) {
         result.streams.emplace_back();
       }
-      result.streams.back().directions[i % 2] = directions_[i]->meter.end(ends[i], end_ns);
+      DirectionResult& direction = result.streams.back().directions[i % 2];
+      direction = directions_[i]->meter.end(ends[i]);
+      direction.sender_pause_ns = pauses_ns[i];
       result.receiver_drops += directions_[i]->to->take_drops();
     }
     return result;

@@ -26,9 +26,8 @@ struct StreamResult {
 
 struct TrafficResult {
   std::vector<StreamResult> streams;
-  uint64_t receiver_drops = 0;   // frames that this machine lost behind the network
-  uint64_t unsent = 0;           // frames that a host could not send
-  int64_t longest_pause_ns = 0;  // the longest time between two frames of one sender
+  uint64_t receiver_drops = 0;  // frames that this machine lost behind the network
+  uint64_t unsent = 0;          // frames that a host could not send
 
   bool is_sound() const { return receiver_drops == 0 && unsent == 0; }
 };
@@ -54,6 +53,7 @@ class Traffic {
     int64_t interval_ns = 0;
     int64_t next_ns = 0;
     std::atomic<uint64_t> next_number{0};
+    std::atomic<int64_t> longest_pause_ns{0};
     int64_t last_sent_ns = 0;
     DirectionMeter meter;  // guarded by mutex_
   };
@@ -67,7 +67,7 @@ class Traffic {
   std::mutex mutex_;
   std::atomic<bool> stopping_{false};
   std::atomic<uint64_t> unsent_{0};
-  std::atomic<int64_t> longest_pause_ns_{0};
+
   std::thread sender_, receiver_;
 };
 
