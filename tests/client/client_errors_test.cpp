@@ -52,6 +52,13 @@ bool contains(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
+bool no_reply(const FakeModule::Seen&, uint8_t*, size_t*) {
+  return false;
+}
+
+// Time enough for the stand-in to take a request on a busy machine.
+constexpr milliseconds kTakenWithin{400};
+
 // Runs the call as a user without any privilege; its error kind, or -1 when it did not fail.
 int kind_for_stranger(const std::function<void()>& call) {
   constexpr uid_t kNobody = 65534;
@@ -147,26 +154,23 @@ TEST_F(ClientErrors, UntouchedRequestTimesOutAndIsWithdrawn) {
 
 TEST_F(ClientErrors, TakenRequestWithoutReplyTimesOutAndSaysThatItMayStillBeDone) {
   FakeModule module;
-  module.answer(mgmt::kSetEnable, [](const FakeModule::Seen&, uint8_t*, size_t*) { return false; });
-  const Failure failure = failure_of([] { Client(milliseconds(50)).enable_ring(3); });
+  module.answer(mgmt::kSetEnable, no_reply);
+  const Failure failure = failure_of([] { Client(kTakenWithin).enable_ring(3); });
   EXPECT_EQ(failure.kind, ErrorKind::kTimeout);
-  EXPECT_EQ(failure.text,
-            "enable ring 3: no reply within 50 ms; the module took the request and may still carry "
-            "it out");
+  EXPECT_EQ(
+      failure.text,
+      "enable ring 3: no reply within 400 ms; the module took the request and may still carry "
+      "it out");
 }
 
 TEST_F(ClientErrors, LateReplyIsThrownAwayByTheNextRequestAndNotTakenForItsReply) {
   FakeModule module;
-  long late_type = 0;
-  module.answer(mgmt::kGetGuardTime, [&](const FakeModule::Seen& request, uint8_t*, size_t*) {
-    late_type = request.type;
-    return false;
-  });
-  Client client(milliseconds(50));
+  module.answer(mgmt::kGetGuardTime, no_reply);
+  Client client(kTakenWithin);
   EXPECT_EQ(failure_of([&] { client.guard_ms(); }).kind, ErrorKind::kTimeout);
 
   const uint8_t late[16] = {mgmt::kGetGuardTime, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 99};
-  module.put(late_type | mgmt::kReplyTypeFlag, late, sizeof late);
+  module.put(module.seen().back().type | mgmt::kReplyTypeFlag, late, sizeof late);
   ASSERT_EQ(module.messages_on_queue(), 1u);
   module.answer(mgmt::kGetGuardTime, nullptr);
   EXPECT_EQ(client.guard_ms(), 500u);
@@ -175,16 +179,12 @@ TEST_F(ClientErrors, LateReplyIsThrownAwayByTheNextRequestAndNotTakenForItsReply
 
 TEST_F(ClientErrors, LateReplyIsThrownAwayByTheDestructor) {
   FakeModule module;
-  long late_type = 0;
-  module.answer(mgmt::kGetGuardTime, [&](const FakeModule::Seen& request, uint8_t*, size_t*) {
-    late_type = request.type;
-    return false;
-  });
+  module.answer(mgmt::kGetGuardTime, no_reply);
   {
-    Client client(milliseconds(20));
+    Client client(kTakenWithin);
     EXPECT_EQ(failure_of([&] { client.guard_ms(); }).kind, ErrorKind::kTimeout);
     const uint8_t late[16] = {mgmt::kGetGuardTime};
-    module.put(late_type | mgmt::kReplyTypeFlag, late, sizeof late);
+    module.put(module.seen().back().type | mgmt::kReplyTypeFlag, late, sizeof late);
   }
   EXPECT_EQ(module.messages_on_queue(), 0u);
 }
