@@ -93,6 +93,7 @@ json traffic_json(const Topology& topology, const StepReport& report) {
   }
   return {{"directions", directions},
           {"unsent", report.traffic->unsent},
+          {"machine_stall_ms", to_ms(report.traffic->machine_stall_ns)},
           {"receiver_drops", report.traffic->receiver_drops}};
 }
 
@@ -104,6 +105,7 @@ std::string json_report(const Topology& topology, const RunReport& report) {
     steps.push_back({{"step", step.step ? json(*step.step + 1) : json(0)},
                      {"what", step.text},
                      {"passed", step.passed()},
+                     {"repeated", step.repeated},
                      {"settled", step.settled},
                      {"settled_ms", to_ms(step.settled_ns - step.fault_ns)},
                      {"nodes", nodes_json(topology, step)},

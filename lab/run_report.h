@@ -24,6 +24,7 @@ struct StepReport {
   std::string text;            // "start", or what the step does
   std::optional<size_t> step;  // index in the topology; empty for the start
   int64_t fault_ns = 0;        // CLOCK_MONOTONIC just before the fault
+  size_t repeated = 0;         // how often it was undone and done again, see is_undecided
   bool settled = false;
   int64_t settled_ns = 0;         // when the rings were seen to be as expected, or given up
   std::vector<NodeReport> nodes;  // as asked last, by NodeIndex

@@ -25,6 +25,8 @@ constexpr int64_t kSteadyMs = 150;
 // Traffic before the first fault: until the bridges have learnt, then as a measure of the calm.
 constexpr int64_t kWarmUpMs = 300;
 constexpr int64_t kCalmMs = 700;
+// A step during which the machine stood still is done again so often.
+constexpr size_t kMostRepeats = 3;
 
 void copy_into(int directory, const std::string& path) {
   const size_t slash = path.rfind('/');
@@ -136,6 +138,33 @@ void Runner::warm_up() {
 }
 
 StepReport Runner::do_step(size_t index) {
+  for (size_t attempt = 0;; ++attempt) {
+    StepReport report = try_step(index);
+    report.repeated = attempt;
+    if (attempt == kMostRepeats || !is_undecided(outlooks_[index + 1], report) ||
+        !undo_step(index)) {
+      return report;
+    }
+  }
+}
+
+// Back to where the rings were before the step. False when that cannot be or does not come about.
+bool Runner::undo_step(size_t index) {
+  const Step& step = topology_.steps[index];
+  if (step.action != Action::kCut && step.action != Action::kRestore) {
+    return false;
+  }
+  StepReport ignored;
+  Step undo;
+  undo.action = step.action == Action::kCut ? Action::kRestore : Action::kCut;
+  undo.links = step.links;
+  apply(undo, ignored);
+  settle(outlooks_[index], ignored);
+  collect_events(ignored);
+  return ignored.settled;
+}
+
+StepReport Runner::try_step(size_t index) {
   const Step& step = topology_.steps[index];
   const StepOutlook& outlook = outlooks_[index + 1];
   StepReport report;

@@ -35,6 +35,8 @@ class Runner {
   void start_daemons();
   StepReport start();
   StepReport do_step(size_t index);
+  StepReport try_step(size_t index);
+  bool undo_step(size_t index);
   void apply(const Step& step, StepReport& report);
   void settle(const StepOutlook& outlook, StepReport& report);
   void ask_all(const StepOutlook& outlook, std::vector<NodeReport>& nodes);

@@ -159,18 +159,30 @@ class Network {
     return !are_connected(topology_, sub_ring.nodes.front(), sub_ring.nodes.back(), not_usable);
   }
 
+  // `failed` are the ends of failed links, sorted.
+  static RingOutlook isolated_apart(const std::vector<PortRef>& failed) {
+    RingOutlook outlook{NodeState::kProtection, std::vector<PortRef>{}, {}};
+    for (const PortRef& port : failed) {
+      const bool alone = std::count_if(failed.begin(), failed.end(), [&](const PortRef& other) {
+                           return other.node == port.node;
+                         }) == 1;
+      (alone ? *outlook.blocked : outlook.either).push_back(port);
+    }
+    return outlook;
+  }
+
   RingOutlook derive(RingIndex index, bool at_start) const {
     const Ring& ring = topology_.rings[index];
     const auto failed = cut_links(ring);
     std::vector<PortRef> blocked;
     if (!ring.revertive) {
-      return at_start ? RingOutlook{NodeState::kPending, std::nullopt} : RingOutlook{};
+      return at_start ? RingOutlook{NodeState::kPending, std::nullopt, {}} : RingOutlook{};
     }
     if (forced_[index]) {
       if (!failed.empty()) {
         return {};
       }
-      return {NodeState::kForced, std::vector<PortRef>{*forced_[index]}};
+      return {NodeState::kForced, std::vector<PortRef>{*forced_[index]}, {}};
     }
     if (!failed.empty()) {
       for (const LinkIndex link : failed) {
@@ -179,20 +191,20 @@ class Network {
         }
       }
       std::sort(blocked.begin(), blocked.end());
-      return {NodeState::kProtection, blocked};
+      return isolated_apart(blocked);
     }
     if (manual_[index]) {
-      return {NodeState::kManual, std::vector<PortRef>{*manual_[index]}};
+      return {NodeState::kManual, std::vector<PortRef>{*manual_[index]}, {}};
     }
     if (ring.is_open() && is_split(ring)) {
-      return {NodeState::kManual, blocked};  // the sub-ring stands in for its major ring
+      return {NodeState::kManual, blocked, {}};  // the sub-ring stands in for its major ring
     }
     blocked.push_back({ring.owner, ring.rpl});
     if (ring.neighbour) {
       blocked.push_back({*ring.neighbour, ring.rpl});
     }
     std::sort(blocked.begin(), blocked.end());
-    return {NodeState::kIdle, blocked};
+    return {NodeState::kIdle, blocked, {}};
   }
 
   const Topology& topology_;
@@ -223,6 +235,7 @@ void apply_file(const Topology& topology, const Step& step, RingIndex ring, Ring
   }
   if (step.blocked) {
     outlook.blocked.emplace();
+    outlook.either.clear();
     for (const PortRef& port : *step.blocked) {
       if (topology.rings[ring].has_link(port.link)) {
         outlook.blocked->push_back(port);

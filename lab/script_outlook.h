@@ -14,6 +14,9 @@ struct RingOutlook {
   std::optional<NodeState> state;
   // The ring ports that are blocked, sorted; empty when they are not judged.
   std::optional<std::vector<PortRef>> blocked;
+  // Ring ports that may be blocked or not. A node that lost both of its ring links blocks the one
+  // that it lost first and may leave the other one as it is: nothing passes either.
+  std::vector<PortRef> either;
 };
 
 struct StepOutlook {

@@ -11,6 +11,7 @@ namespace erps::lab {
 namespace {
 
 constexpr size_t kColumns = 100;
+constexpr int64_t kNotableStallNs = kNsPerMs;
 constexpr const char* kBold = "1";
 constexpr const char* kDim = "2";
 constexpr const char* kGreen = "32";
@@ -214,6 +215,15 @@ std::string TextReport::traffic(const StepReport& report) const {
               (direction.still_out ? "  still out" : "") +
               (report.stream_judged[i] ? "" : "  no way to go, not judged") + "\n";
     }
+  }
+  if (report.traffic->machine_stall_ns > kNotableStallNs) {
+    text += "  this machine itself stood still for " + ms_number(report.traffic->machine_stall_ns) +
+            " ms meanwhile\n";
+  }
+  if (report.repeated > 0) {
+    text += "  done again " + std::to_string(report.repeated) +
+            (report.repeated == 1 ? " time" : " times") +
+            ", as this machine stood still too long to tell\n";
   }
   return text;
 }

@@ -1,10 +1,5 @@
 #include "lab/traffic.h"
 
-#include <pthread.h>
-#include <sched.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
-
 #include <algorithm>
 
 #include "lab/clock.h"
@@ -22,16 +17,6 @@ constexpr int64_t kLongestWayMs = 200;
 // A sender that was held up sends what it owes, but no more than this much at once.
 constexpr int64_t kLongestDebtNs = 5 * kNsPerMs;
 constexpr int kMeasuringPriority = 5;
-
-// The measuring threads sleep most of the time and have to be on time when they wake up. Whether
-// they may go first depends on privileges; without, the pause of the sender shows what it cost.
-void go_first() {
-  prctl(PR_SET_TIMERSLACK, 1000UL);
-  const sched_param parameters{kMeasuringPriority};
-  if (pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters) != 0) {
-    setpriority(PRIO_PROCESS, 0, -10);
-  }
-}
 
 }  // namespace
 
@@ -76,7 +61,7 @@ void Traffic::start() {
 }
 
 void Traffic::send_loop() {
-  go_first();
+  run_before_others(kMeasuringPriority);
   const int64_t start_ns = mono_ns();
   for (size_t i = 0; i < directions_.size(); ++i) {
     directions_[i]->next_ns = start_ns;
@@ -111,7 +96,7 @@ void Traffic::send_due(Direction& direction, int64_t now_ns) {
 }
 
 void Traffic::receive_loop() {
-  go_first();
+  run_before_others(kMeasuringPriority);
   while (!stopping_) {
     {
       const std::lock_guard<std::mutex> lock(mutex_);
@@ -137,6 +122,7 @@ void Traffic::begin_measurement() {
   const std::lock_guard<std::mutex> lock(mutex_);
   receive_all();
   unsent_ = 0;
+  stalls_.take_longest_ns();
   for (auto& direction : directions_) {
     direction->longest_pause_ns = 0;
     direction->to->take_drops();
@@ -150,6 +136,7 @@ TrafficResult Traffic::end_measurement() {
   std::vector<int64_t> pauses_ns;
   TrafficResult result;
   result.unsent = unsent_;
+  result.machine_stall_ns = stalls_.take_longest_ns();
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (auto& direction : directions_) {

@@ -15,6 +15,7 @@
 
 #include "lab/network.h"
 #include "lab/packet_socket.h"
+#include "lab/stall_meter.h"
 #include "lab/statistics.h"
 #include "lab/traffic_frame.h"
 
@@ -26,8 +27,9 @@ struct StreamResult {
 
 struct TrafficResult {
   std::vector<StreamResult> streams;
-  uint64_t receiver_drops = 0;  // frames that this machine lost behind the network
-  uint64_t unsent = 0;          // frames that a host could not send
+  uint64_t receiver_drops = 0;   // frames that this machine lost behind the network
+  uint64_t unsent = 0;           // frames that a host could not send
+  int64_t machine_stall_ns = 0;  // how long a processor of this machine stood still
 
   bool is_sound() const { return receiver_drops == 0 && unsent == 0; }
 };
@@ -64,6 +66,7 @@ class Traffic {
   void receive_all();
 
   std::vector<std::unique_ptr<Direction>> directions_;
+  StallMeter stalls_;
   std::mutex mutex_;
   std::atomic<bool> stopping_{false};
   std::atomic<uint64_t> unsent_{0};

@@ -66,6 +66,14 @@ TEST_F(Outlook, OneOfTwoCutsRestoredLeavesTheOtherProtected) {
   EXPECT_FALSE(steps_[2].stream_judged[0]) << "they had none before";
 }
 
+TEST_F(Outlook, ANodeThatLostBothRingLinksMayBlockEitherOfThem) {
+  read(four_nodes() + ring_of_four() + "[[step]]\ncut = [\"n1-n2\", \"n2-n3\"]\n");
+  EXPECT_EQ(ring(1), "protection n1:n1-n2 n3:n2-n3");
+  ASSERT_EQ(steps_[1].rings[0].either.size(), 2U);
+  EXPECT_EQ(topology_.port_text(steps_[1].rings[0].either[0]), "n2:n1-n2");
+  EXPECT_EQ(topology_.port_text(steps_[1].rings[0].either[1]), "n2:n2-n3");
+}
+
 TEST_F(Outlook, SwitchesBlockTheirPortUntilTheyAreCleared) {
   read(four_nodes() + ring_of_four() +
        "[[step]]\nforced_switch = \"n2:n1-n2\"\n[[step]]\nclear = \"n2\"\n"
