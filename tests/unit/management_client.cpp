@@ -9,8 +9,8 @@
 
 #include "erps/mgmt/message.h"
 
-// The call itself: msgget is redirected to the recording platform, which writes down what the module
-// does, not what the client does.
+// The call itself: msgget is redirected to the recording platform, which writes down what the
+// module does, not what the client does.
 extern "C" int __real_msgget(key_t key, int flags);
 
 namespace erps::test {

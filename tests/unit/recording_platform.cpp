@@ -58,6 +58,10 @@ RecordingPlatform::RecordingPlatform() {
 void RecordingPlatform::reset() {
   const Guard guard(mutex_);
   settings_ = Settings();
+  free_running_ = false;
+  now_us_ = kStartUs;
+  trace_switch_ = 0;
+  failing_allocation_ = 0;
   journal_.clear();
   log_.clear();
   trace_.clear();
@@ -128,9 +132,8 @@ void RecordingPlatform::clear_journal() {
   sent_.clear();
 }
 
-void RecordingPlatform::keep_journal(bool keep) {
-  const Guard guard(mutex_);
-  settings_.keep_journal = keep;
+void RecordingPlatform::run_free(bool free) {
+  free_running_ = free;
 }
 
 void RecordingPlatform::on_call(const std::string& name, std::function<void()> action) {
@@ -140,12 +143,13 @@ void RecordingPlatform::on_call(const std::string& name, std::function<void()> a
 
 void RecordingPlatform::record(const char* name, std::string arguments,
                                std::vector<uint8_t> bytes) {
+  if (free_running()) {
+    return;
+  }
   std::function<void()> hook;
   {
     const Guard guard(mutex_);
-    if (settings_.keep_journal) {
-      journal_.push_back({name, std::move(arguments), std::move(bytes)});
-    }
+    journal_.push_back({name, std::move(arguments), std::move(bytes)});
     if (!settings_.hooks.empty()) {
       hook = value_or(settings_.hooks, std::string(name), std::function<void()>());
     }
@@ -156,19 +160,21 @@ void RecordingPlatform::record(const char* name, std::string arguments,
 }
 
 void RecordingPlatform::record_log(int level, int facility, const char* label, std::string text) {
-  const Guard guard(mutex_);
-  if (settings_.keep_journal) {
-    journal_.push_back({"Log_logging_func", text, {}});
-    log_.push_back({level, facility, label, std::move(text)});
+  if (free_running()) {
+    return;
   }
+  const Guard guard(mutex_);
+  journal_.push_back({"Log_logging_func", text, {}});
+  log_.push_back({level, facility, label, std::move(text)});
 }
 
 void RecordingPlatform::record_trace(const char* location, const char* text) {
-  const Guard guard(mutex_);
-  if (settings_.keep_journal) {
-    journal_.push_back({"sys_trace_add_log", text, {}});
-    trace_.push_back({location, text});
+  if (free_running()) {
+    return;
   }
+  const Guard guard(mutex_);
+  journal_.push_back({"sys_trace_add_log", text, {}});
+  trace_.push_back({location, text});
 }
 
 // --- The switch.
@@ -189,6 +195,9 @@ void RecordingPlatform::set_port_state_answer(uint32_t port, uint32_t state) {
 }
 
 int RecordingPlatform::port_state_set(uint32_t port, uint32_t state) {
+  if (free_running()) {
+    return 0;
+  }
   const Guard guard(mutex_);
   const int result = value_or(settings_.port_state_results, port, 0);
   if (result == 0) {
@@ -198,6 +207,10 @@ int RecordingPlatform::port_state_set(uint32_t port, uint32_t state) {
 }
 
 int RecordingPlatform::port_state_get(uint32_t port, uint32_t* state) {
+  if (free_running()) {
+    *state = 1;  // whatever the module asks about, it believes to be blocked
+    return 0;
+  }
   const Guard guard(mutex_);
   const int result = value_or(settings_.port_state_read_results, port, 0);
   if (result == 0) {
@@ -213,6 +226,9 @@ void RecordingPlatform::set_flush_result(int result) {
 }
 
 int RecordingPlatform::flush_result() const {
+  if (free_running()) {
+    return 0;
+  }
   const Guard guard(mutex_);
   return settings_.flush_result;
 }
@@ -223,10 +239,11 @@ void RecordingPlatform::set_transmit_result(int result) {
 }
 
 int RecordingPlatform::transmit(const SentFrame& frame) {
-  const Guard guard(mutex_);
-  if (settings_.keep_journal) {
-    sent_.push_back(frame);
+  if (free_running()) {
+    return 0;
   }
+  const Guard guard(mutex_);
+  sent_.push_back(frame);
   return settings_.transmit_result;
 }
 
@@ -241,6 +258,10 @@ void RecordingPlatform::set_link_result(uint32_t port, int result) {
 }
 
 int RecordingPlatform::link_get(uint32_t port, uint32_t* value) {
+  if (free_running()) {
+    *value = 1;
+    return 0;
+  }
   const Guard guard(mutex_);
   const int result = value_or(settings_.link_results, port, 0);
   if (result == 0) {
@@ -260,6 +281,11 @@ void RecordingPlatform::set_nic_result(int result) {
 }
 
 int RecordingPlatform::nic_get(uint8_t* mac) const {
+  if (free_running()) {
+    static constexpr MacAddress kMac = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+    memcpy(mac, kMac.data(), kMac.size());
+    return 0;
+  }
   const Guard guard(mutex_);
   if (settings_.nic_result == 0) {
     memcpy(mac, settings_.nic.data(), settings_.nic.size());
@@ -273,6 +299,9 @@ void RecordingPlatform::set_rule_results(int action, int qualifier, int add, int
 }
 
 int RecordingPlatform::rule_result(int which) const {
+  if (free_running()) {
+    return 0;
+  }
   const Guard guard(mutex_);
   return settings_.rule_results.at(static_cast<size_t>(which));
 }
@@ -307,13 +336,11 @@ int RecordingPlatform::receive(uint8_t* frame, uint16_t capacity, uint16_t* leng
 }
 
 void RecordingPlatform::set_trace(int value) {
-  const Guard guard(mutex_);
-  settings_.trace = value;
+  trace_switch_ = value;
 }
 
 int RecordingPlatform::trace_switch() const {
-  const Guard guard(mutex_);
-  return settings_.trace;
+  return trace_switch_.load(std::memory_order_relaxed);
 }
 
 // --- The event queue.
@@ -343,7 +370,10 @@ void RecordingPlatform::set_send_result(int result) {
   settings_.send_result = result;
 }
 
-int RecordingPlatform::queue_send(const ERPS_EVENT_MSG_T& message) {
+int RecordingPlatform::queue_send(const void* queue, const ERPS_EVENT_MSG_T& message) {
+  if (queue == nullptr) {
+    return -1;
+  }
   const Guard guard(mutex_);
   if (settings_.send_result > 0) {
     events_.push_back(message);
@@ -404,21 +434,16 @@ std::string RecordingPlatform::handle_name(const void* handle) const {
 // --- Time.
 
 void RecordingPlatform::set_time(uint32_t seconds, uint32_t microseconds) {
-  const Guard guard(mutex_);
-  settings_.seconds = seconds;
-  settings_.microseconds = microseconds;
+  now_us_ = uint64_t{seconds} * 1'000'000 + microseconds;
 }
 
 void RecordingPlatform::advance_ms(uint64_t ms) {
-  const Guard guard(mutex_);
-  const uint64_t microseconds = settings_.microseconds + (ms % 1000) * 1000;
-  settings_.seconds += static_cast<uint32_t>(ms / 1000 + microseconds / 1'000'000);
-  settings_.microseconds = static_cast<uint32_t>(microseconds % 1'000'000);
+  now_us_.fetch_add(ms * 1000, std::memory_order_relaxed);
 }
 
 std::pair<uint32_t, uint32_t> RecordingPlatform::now() const {
-  const Guard guard(mutex_);
-  return {settings_.seconds, settings_.microseconds};
+  const uint64_t now = now_us_.load(std::memory_order_relaxed);
+  return {static_cast<uint32_t>(now / 1'000'000), static_cast<uint32_t>(now % 1'000'000)};
 }
 
 void RecordingPlatform::tick(int count) {
@@ -458,16 +483,14 @@ bool RecordingPlatform::wait_until_sleeper_idle() {
 // --- Memory and System V queue calls.
 
 void RecordingPlatform::fail_allocation(int nth) {
-  const Guard guard(mutex_);
-  settings_.failing_allocation = nth;
+  failing_allocation_ = nth;
 }
 
 bool RecordingPlatform::allocation_fails() {
-  const Guard guard(mutex_);
-  if (settings_.failing_allocation == 0) {
+  if (failing_allocation_.load(std::memory_order_relaxed) == 0) {
     return false;
   }
-  return --settings_.failing_allocation == 0;
+  return failing_allocation_.fetch_sub(1, std::memory_order_relaxed) == 1;
 }
 
 void RecordingPlatform::fail_msgget(bool fail) {

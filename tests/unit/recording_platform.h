@@ -1,9 +1,9 @@
 // A platform for unit tests: it does nothing, writes down every call and answers as told.
 //
 // One object serves the whole process and defines all platform calls. Any thread; one mutex guards
-// everything in it. Calls and log lines go into one journal in the order in which they came.
-// Nothing fails unless a test asks for it: links are up, ports answer with the state last set,
-// sends succeed.
+// everything in it (but see run_free). Calls and log lines go into one journal in the order in
+// which they came. Nothing fails unless a test asks for it: links are up, ports answer with the
+// state last set, sends succeed.
 //
 // The module's clock and its sleep belong to this platform too (link option --wrap), so that time
 // stands still until a test moves it.
@@ -12,6 +12,7 @@
 #include <pthread.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -33,6 +34,7 @@ using MacAddress = std::array<uint8_t, 6>;
 
 inline constexpr uint32_t kStartSeconds = 1'000'000;
 inline constexpr uint32_t kStartMicroseconds = 250'000;
+inline constexpr uint64_t kStartUs = uint64_t{kStartSeconds} * 1'000'000 + kStartMicroseconds;
 
 struct LogLine {
   int level = 0;
@@ -79,8 +81,10 @@ class RecordingPlatform {
   std::vector<TraceLine> trace() const;
   std::vector<SentFrame> sent_frames() const;
   void clear_journal();
-  // Calls and log lines are still counted as made but not kept, for long runs.
-  void keep_journal(bool keep);
+  // For runs of several threads: calls are answered with success, links are up, nothing is written
+  // down, no action runs, and no lock is taken that could order one task behind the other and so
+  // hide a race from ThreadSanitizer. The event queue and the tasks work as always.
+  void run_free(bool free);
   // Runs `action` in the calling thread each time the call is made, before it takes effect.
   void on_call(const std::string& name, std::function<void()> action);
 
@@ -149,7 +153,7 @@ class RecordingPlatform {
   void* queue_create();
   void* queue_open();
   int queue_receive(ERPS_EVENT_MSG_T* message);
-  int queue_send(const ERPS_EVENT_MSG_T& message);
+  int queue_send(const void* queue, const ERPS_EVENT_MSG_T& message);
   int task_start(erps_task_desc* task);
   int task_stop(erps_task_desc* task);
   int task_notify(erps_task_desc* task, int result);
@@ -184,14 +188,9 @@ class RecordingPlatform {
     int send_result = 1;
     bool run_tasks = false;
     std::map<std::string, int> task_start_results;
-    int trace = 0;
-    int failing_allocation = 0;
     bool msgget_fails = false;
     int mq_unlink_result = 0;
-    bool keep_journal = true;
     std::map<std::string, std::function<void()>> hooks;
-    uint32_t seconds = kStartSeconds;
-    uint32_t microseconds = kStartMicroseconds;
     bool queue_gone = false;
     int ticks = 0;
     std::deque<int> select_results;
@@ -200,9 +199,16 @@ class RecordingPlatform {
 
   bool wait_for(const std::function<bool()>& condition);
 
+  bool free_running() const { return free_running_.load(std::memory_order_relaxed); }
+
   mutable pthread_mutex_t mutex_;
   pthread_cond_t changed_;
   Settings settings_;
+  // Read by every task at any time: relaxed, so that reading them orders nothing.
+  std::atomic<bool> free_running_ = false;
+  std::atomic<uint64_t> now_us_ = kStartUs;
+  std::atomic<int> trace_switch_ = 0;
+  std::atomic<int> failing_allocation_ = 0;
   std::vector<Call> journal_;
   std::vector<LogLine> log_;
   std::vector<TraceLine> trace_;

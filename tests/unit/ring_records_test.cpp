@@ -1,8 +1,8 @@
 #include "erps/ring/ring_records.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "erps/fsm/entry_actions.h"
 #include "erps/ring/ring_config.h"
@@ -213,8 +213,8 @@ TEST_F(RingRecordsTest, RePortingReusesTheRecordsAndResetsTheRplMarker) {
 
 TEST_F(RingRecordsTest, DeletingPortsFreesTheirBuffers) {
   ERPSM_T* ring = make_ring();
-  port0(ring)->port_buffer = operator new(32);  // a leak or a double free fails the run
-  port1(ring)->port_buffer = operator new(32);
+  port0(ring)->port_buffer = malloc(32);  // a leak or a double free fails the run
+  port1(ring)->port_buffer = malloc(32);
   erps_del_port(ring);
   EXPECT_EQ(ring->port_list, nullptr);
   EXPECT_EQ(ring->port_block, nullptr);
@@ -228,7 +228,7 @@ TEST_F(RingRecordsTest, RemovingTakesTheRingOffTheListWithItsBuffer) {
   make_ring({.id = 1, .port0 = 1, .port1 = 2});
   ERPSM_T* ring = make_ring({.id = 2, .port0 = 3, .port1 = 4});
   make_ring({.id = 3, .port0 = 5, .port1 = 6});
-  ring->aux_buffer = operator new(64);
+  ring->aux_buffer = malloc(64);
   erps_ring_remove(ring);
   EXPECT_THAT(ring_ids(), ElementsAre(3U, 1U));
 }

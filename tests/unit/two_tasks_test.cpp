@@ -25,7 +25,8 @@ using ::testing::IsEmpty;
 constexpr long kType = 9;
 constexpr long kReplyType = 0x40000009;
 
-// A thread that moves the clock and walks the timers as fast as it can.
+// A thread that moves the clock and walks the timers as fast as it can; each walk finds every
+// repetition due.
 class FastTimer {
  public:
   FastTimer() { pthread_create(&thread_, nullptr, run, this); }
@@ -36,15 +37,15 @@ class FastTimer {
   FastTimer(const FastTimer&) = delete;
   FastTimer& operator=(const FastTimer&) = delete;
 
-  uint64_t walks() const { return walks_; }
+  uint64_t walks() const { return walks_.load(std::memory_order_relaxed); }
 
  private:
   static void* run(void* self) {
     auto* timer = static_cast<FastTimer*>(self);
     while (!timer->stop_) {
-      RecordingPlatform::instance().advance_ms(1100);
+      RecordingPlatform::instance().advance_ms(5100);
       erps_timer_walk();
-      ++timer->walks_;
+      timer->walks_.fetch_add(1, std::memory_order_relaxed);  // orders nothing
       sched_yield();
     }
     return nullptr;
@@ -137,11 +138,11 @@ TEST_F(TwoTasksTest, OwnerComesHomeByItsOwnTimer) {
 }
 
 TEST_F(TwoTasksTest, RingsComeAndGoWhileTimersRun) {
-  platform.keep_journal(false);
+  platform.run_free(true);
   EXPECT_EQ(ask(mgmt::kSetWtrTime, {1000}), 0);
   EXPECT_EQ(ask(mgmt::kSetHoldoffTime, {1000}), 0);
   const FastTimer timer;
-  for (uint32_t round = 0; round < 60; ++round) {
+  for (uint32_t round = 0; round < 200; ++round) {
     EXPECT_EQ(ask(mgmt::kAddRing, {1, 1, 2, 100, kRplOwner, 0}), 0);
     EXPECT_EQ(ask(mgmt::kAttachSubRing, {1, 2, 3, kNoRplNode, round % 2}), 0);
     EXPECT_EQ(ask(mgmt::kAddRing, {300, 11, 12, 200, kNoRplNode, 1}), 0);
@@ -166,16 +167,17 @@ TEST_F(TwoTasksTest, RingsComeAndGoWhileTimersRun) {
 }
 
 TEST_F(TwoTasksTest, MajorRingChangesUnderASubRingThatRepeats) {
-  platform.keep_journal(false);
+  platform.run_free(true);
   EXPECT_EQ(ask(mgmt::kAddRing, {1, 1, 2, 100, kNoRplNode, 0}), 0);
   EXPECT_EQ(ask(mgmt::kAttachSubRing, {1, 2, 3, kNoRplNode, 0}), 0);
   EXPECT_EQ(ask(mgmt::kSetEnable, {2, 1}), 0);  // repeats through its major ring's ports
   const FastTimer timer;
   const uint64_t first = timer.walks();
-  for (uint32_t round = 0; round < 100; ++round) {
+  for (uint32_t round = 0; round < 400; ++round) {
     EXPECT_EQ(ask(mgmt::kSetEnable, {1, 1}), 0);
     EXPECT_EQ(ask(mgmt::kSetEnable, {1, 0}), 0);
     EXPECT_EQ(ask(mgmt::kAddRing, {1, 1 + round % 3 * 16, 2, 100 + round, kNoRplNode, 0}), 0);
+    EXPECT_EQ(ask(mgmt::kAddRing, {2, 3 + round % 2, 255, 100, kNoRplNode, kSubRing}), 0);
     if (round % 10 == 9) {
       EXPECT_EQ(ask(mgmt::kDeleteRing, {1}), 0);
       EXPECT_EQ(ask(mgmt::kAddRing, {1, 1, 2, 100, kNoRplNode, 0}), 0);
@@ -205,6 +207,19 @@ TEST_F(TwoTasksTest, RingsSurviveARestartOfTheModule) {
   EXPECT_EQ(ask(mgmt::kSetEnable, {1, 0}), 0);
   EXPECT_EQ(ask(mgmt::kSetEnable, {1, 1}), 0);
   EXPECT_THAT(timers(), ::testing::Contains("Send Raps Timer"));
+}
+
+TEST_F(TwoTasksTest, TimersPostWhileTheProtocolTaskGoesAndComesBack) {
+  platform.run_free(true);
+  EXPECT_EQ(ask(mgmt::kSetWtrTime, {1000}), 0);
+  EXPECT_EQ(ask(mgmt::kAddRing, {1, 1, 2, 100, kRplOwner, 0}), 0);
+  const FastTimer timer;
+  for (int round = 0; round < 50; ++round) {
+    EXPECT_EQ(ask(mgmt::kSetEnable, {1, 1}), 0);  // a new wait to restore, due at the next walk
+    erps_module_stop();
+    ASSERT_EQ(erps_module_start(), 0);
+    EXPECT_EQ(ask(mgmt::kSetEnable, {1, 0}), 0);
+  }
 }
 
 TEST_F(TwoTasksTest, ManyRestartsLeaveNothingBehind) {
@@ -242,6 +257,21 @@ TEST_F(TwoTasksTest, FailedTimerTaskLeavesNoTaskRunning) {
   EXPECT_EQ(erps_task_table[1].thread_id, static_cast<uintptr_t>(-1));
   EXPECT_EQ(logged(5, "bridge shut down\n"), 1);
   EXPECT_EQ(logged(3, "routine process exit!\r\n"), 1);
+}
+
+class RestartedTimersTest : public ModuleTest {};
+
+TEST_F(RestartedTimersTest, NewTimesOfARunningTimerAreSeenWhole) {
+  platform.run_free(true);
+  ERPSM_T* ring = make_running_ring();
+  const FastTimer timer;
+  erps_set_guard_timer(2'000'000'000);  // neither is ever due
+  erps_set_wtr_timer(2'000'000'000);
+  while (timer.walks() < 200) {
+    EXPECT_EQ(erps_start_guard_timer(&ring->guard_timer), 0);
+    EXPECT_EQ(erps_start_WTR_timer(&ring->wtr_timer), 0);
+  }
+  EXPECT_EQ(ring->guard_running, 1U);
 }
 
 }  // namespace
