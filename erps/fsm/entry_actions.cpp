@@ -73,10 +73,12 @@ uint32_t stay(ERPSM_T* ring) {
 
 constexpr uint32_t kIgnored = 0;
 
-ERPSM_T* enter(const ERPS_STATE_ENTRY_T* entry) {
+// The ring that an entry action works on.
+ERPSM_T* enter(const ERPS_STATE_ENTRY_T* entry,
+               ERPS_LOG_PLACE_T action = ERPS_LOG_PLACE_T::here()) {
   ERPSM_T* ring = entry->ring;
-  ERPS_DEBUG_AT("erpsm->State = %d\n", ring->State);
-  ERPS_DEBUG("erpsm->State = %d\n", ring->State);
+  ERPS_DEBUG_AT_FROM(action, "erpsm->State = %d\n", ring->State);
+  ERPS_DEBUG_FROM(action, "erpsm->State = %d\n", ring->State);
   return ring;
 }
 

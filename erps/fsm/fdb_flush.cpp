@@ -13,17 +13,17 @@ namespace {
 
 constexpr uint32_t kLearntEntries = 2;
 
-void flush_port(const ERPS_PORT_T* port) {
-  ERPS_DEBUG_AT("port_index = %d \n", port->port_id);
+void flush_port(const ERPS_PORT_T* port, ERPS_LOG_PLACE_T caller = ERPS_LOG_PLACE_T::here()) {
+  ERPS_DEBUG_AT_FROM(caller, "port_index = %d \n", port->port_id);
   if (adp_del_mac_addr_by_intf(port->port_id, kLearntEntries) != 0) {
-    ERPS_DEBUG_AT("MAC FLASH ERROR port : %d\n", port->port_id);
+    ERPS_DEBUG_AT_FROM(caller, "MAC FLASH ERROR port : %d\n", port->port_id);
   }
 }
 
-void flush_sub_ring_port(const ERPSM_T* ring) {
+void flush_sub_ring_port(const ERPSM_T* ring, ERPS_LOG_PLACE_T caller = ERPS_LOG_PLACE_T::here()) {
   const ERPS_PORT_T* port = ring->port_list;
   if (port != nullptr && adp_del_mac_addr_by_intf(port->port_id, kLearntEntries) != 0) {
-    ERPS_DEBUG_AT("SUB RING MAC FLASH ERROR port : %d\n", port->port_id);
+    ERPS_DEBUG_AT_FROM(caller, "SUB RING MAC FLASH ERROR port : %d\n", port->port_id);
   }
 }
 

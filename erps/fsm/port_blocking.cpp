@@ -71,7 +71,7 @@ int32_t erps_block_RPL_port(ERPSM_T* ring) {
 
 int32_t erps_unblock_non_RPL_port(ERPSM_T* ring) {
   ERPS_DEBUG_AT("ring %d enter \n", ring->ring_id);
-  int32_t result = kNothingUnblocked;
+  int32_t result = ring->port_list == nullptr ? 0 : kNothingUnblocked;
   for (ERPS_PORT_T* port = ring->port_list; port != nullptr; port = erps_next_port(ring, port)) {
     if (erps_is_sub_ring(ring)) {
       if (!is_plain_node(ring)) {
@@ -146,16 +146,12 @@ int32_t erps_block_one_and_Unblock_other(ERPSM_T* ring) {
 
 uint32_t RPL_port_is_block(const ERPSM_T* ring) {
   ERPS_DEBUG_AT("ring %d enter \n", ring->ring_id);
-  if (is_plain_node(ring)) {
+  // The one port of a sub-ring is never the RPL's.
+  if (is_plain_node(ring) || erps_is_sub_ring(ring)) {
     return 0;
   }
-  for (const ERPS_PORT_T* port = ring->port_list; port != nullptr; port = port->next) {
-    if (port->port_role == kRplPort && port->port_state == kDiscarding &&
-        switch_reports_blocked(port)) {
-      return 1;
-    }
-  }
-  return 0;
+  return any_port_blocked(ring,
+                          [](const ERPS_PORT_T* port) { return port->port_role == kRplPort; });
 }
 
 uint32_t erps_any_ring_port_blocked(const ERPSM_T* ring) {

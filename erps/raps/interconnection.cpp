@@ -46,30 +46,24 @@ bool has_stored_pair(const ERPS_PORT_T* port) {
   return port->rx_bpr != 0 || memcmp(port->rx_node_id, kNoNode, kMacLength) != 0;
 }
 
-void log_pair(uint32_t port_id, uint32_t bpr, const uint8_t* node_id) {
-  ERPS_DEBUG_AT("\ninport :%d, BPR : %d , BPR NODE ID : %02x:%02x:%02x:%02x:%02x:%02x\n",
-                port_id + 1, bpr, node_id[0], node_id[1], node_id[2], node_id[3], node_id[4],
-                node_id[5]);
+// What the watching node logs of its two ports, in the name of the packet procedure.
+void log_pair(ERPS_LOG_PLACE_T caller, uint32_t port_id, uint32_t bpr, const uint8_t* node_id) {
+  ERPS_DEBUG_AT_FROM(
+      caller, "\ninport :%d, BPR : %d , BPR NODE ID : %02x:%02x:%02x:%02x:%02x:%02x\n", port_id + 1,
+      bpr, node_id[0], node_id[1], node_id[2], node_id[3], node_id[4], node_id[5]);
 }
 
-void log_node_up(const ERPSM_T* major, const PortPair& ports) {
-  ERPS_DEBUG_AT(
-      "\nNODE UP EVENT master ring id = %d sub ring_id = %d in port : %d, out port :%d\n"
+// kind is "UP" or "DOWN".
+void log_node_event(ERPS_LOG_PLACE_T caller, const char* kind, const ERPSM_T* major,
+                    const PortPair& ports) {
+  ERPS_DEBUG_AT_FROM(
+      caller,
+      "\nNODE %s EVENT master ring id = %d sub ring_id = %d in port : %d, out port :%d\n"
       "In port fail count = %d link state = %d\nOut port fail count = %d link state = %d\n",
-      major->ring_id, major->interconnect_ring_id.get(), ports.in->port_id + 1,
+      kind, major->ring_id, major->interconnect_ring_id.get(), ports.in->port_id + 1,
       ports.out->port_id + 1, ports.in->fail_count, ports.in->link_status.get(),
       ports.out->fail_count, ports.out->link_status.get());
-  log_pair(ports.in->port_id, ports.in->rx_bpr, ports.in->rx_node_id);
-}
-
-void log_node_down(const ERPSM_T* major, const PortPair& ports) {
-  ERPS_DEBUG_AT(
-      "\nNODE DOWN EVENT master ring id = %d sub ring_id = %d in port : %d, out port :%d\n"
-      "In port fail count = %d link state = %d\nOut port fail count = %d link state = %d\n",
-      major->ring_id, major->interconnect_ring_id.get(), ports.in->port_id + 1,
-      ports.out->port_id + 1, ports.in->fail_count, ports.in->link_status.get(),
-      ports.out->fail_count, ports.out->link_status.get());
-  log_pair(ports.in->port_id, ports.in->rx_bpr, ports.in->rx_node_id);
+  log_pair(caller, ports.in->port_id, ports.in->rx_bpr, ports.in->rx_node_id);
 }
 
 // A marked message clears the failures counted on its port.
@@ -83,8 +77,9 @@ void marked_message(const ERPSM_T* major, const PortPair& ports) {
   ports.in->fail_count = 0;
 }
 
-void failure_cleared(const ERPSM_T* major, const PortPair& ports, const raps::PduView& message) {
-  log_node_up(major, ports);
+void failure_cleared(const ERPSM_T* major, const PortPair& ports, const raps::PduView& message,
+                     ERPS_LOG_PLACE_T caller = ERPS_LOG_PLACE_T::here()) {
+  log_node_event(caller, "UP", major, ports);
   if (has_stored_pair(ports.in)) {
     if (ports.in->fail_count > 0) {
       --ports.in->fail_count;
@@ -93,7 +88,7 @@ void failure_cleared(const ERPSM_T* major, const PortPair& ports, const raps::Pd
       return;
     }
   } else {
-    log_node_up(major, ports);
+    log_node_event(caller, "UP", major, ports);
     if (message.rb() == 0 || ports.in->fail_count == 0) {
       return;
     }
@@ -104,8 +99,9 @@ void failure_cleared(const ERPSM_T* major, const PortPair& ports, const raps::Pd
   }
 }
 
-void failure_reported(const ERPSM_T* major, const PortPair& ports, const raps::PduView& message) {
-  log_node_down(major, ports);
+void failure_reported(const ERPSM_T* major, const PortPair& ports, const raps::PduView& message,
+                      ERPS_LOG_PLACE_T caller = ERPS_LOG_PLACE_T::here()) {
+  log_node_event(caller, "DOWN", major, ports);
   if (message.bpr() == ports.in->rx_bpr &&
       memcmp(message.node_id(), ports.in->rx_node_id, kMacLength) == 0) {
     return;  // counted already
@@ -113,7 +109,7 @@ void failure_reported(const ERPSM_T* major, const PortPair& ports, const raps::P
   if (ports.in->fail_count == 0 && !is_sound(ports.out)) {
     indicate(major, kMajorRingCut);
   }
-  log_pair(ports.in->port_id, message.bpr(), message.node_id());
+  log_pair(caller, ports.in->port_id, message.bpr(), message.node_id());
   ++ports.in->fail_count;
 }
 

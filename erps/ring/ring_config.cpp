@@ -17,8 +17,9 @@ namespace {
 
 constexpr uint32_t kWtbBeyondGuardMs = 5000;  // G.8032 clause 10.1.4: WTB = guard + 5 s
 
-void log_call(const char* function) {
-  ERPS_DEBUG("%s  !~\n", function);
+// Every operation logs its own name first.
+void log_call(ERPS_LOG_PLACE_T operation = ERPS_LOG_PLACE_T::here()) {
+  ERPS_DEBUG_FROM(operation, "%s  !~\n", operation.function);
 }
 
 void put_word(uint8_t* reply, uint32_t index, uint32_t value) {
@@ -82,7 +83,7 @@ uint32_t change_role(uint32_t ring_id, uint32_t ring_role, uint32_t refusal) {
 
 uint32_t erps_add_ring(uint32_t ring_id, uint32_t port0, uint32_t port1, uint32_t vlan_id,
                        uint32_t node_role, uint32_t ring_role) {
-  log_call(__func__);
+  log_call();
   if (ring_role != kSubRing) {
     const uint32_t refusal = erps_master_ring_conf_check(ring_id, port0, port1, vlan_id);
     if (refusal != kDone) {
@@ -148,7 +149,7 @@ uint32_t erps_check_sub_ring_conf(uint32_t major_ring_id, uint32_t sub_ring_id,
 uint32_t erps_add_inter_sub_ring(uint32_t major_ring_id, uint32_t sub_ring_id,
                                  uint32_t sub_ring_port, uint32_t node_role,
                                  uint32_t inter_node_role) {
-  log_call(__func__);
+  log_call();
   ERPSM_T* major = erpsapi_erpsm_find(major_ring_id);
   if (major == nullptr) {
     return kNoSuchRing;
@@ -169,7 +170,7 @@ uint32_t erps_add_inter_sub_ring(uint32_t major_ring_id, uint32_t sub_ring_id,
 }
 
 uint32_t erps_set_del_ring(uint32_t ring_id) {
-  log_call(__func__);
+  log_call();
   ERPSM_T* ring = erpsapi_erpsm_find(ring_id);
   if (ring == nullptr) {
     return kNoSuchRing;
@@ -185,7 +186,7 @@ uint32_t erps_set_del_ring(uint32_t ring_id) {
 }
 
 uint32_t erps_set_ring_enable(uint32_t ring_id, uint32_t enable) {
-  log_call(__func__);
+  log_call();
   ERPSM_T* ring = erpsapi_erpsm_find(ring_id);
   if (ring == nullptr) {
     return kNoSuchRing;
@@ -208,7 +209,7 @@ uint32_t erps_set_ring_enable(uint32_t ring_id, uint32_t enable) {
 }
 
 uint32_t erps_get_ring_conf(uint32_t ring_id, uint8_t* reply, uint32_t* length) {
-  log_call(__func__);
+  log_call();
   const ERPSM_T* ring = erpsapi_erpsm_find(ring_id);
   if (ring == nullptr) {
     return kNoSuchRing;
@@ -244,7 +245,7 @@ uint32_t erps_get_non_ring_enable() {
 }
 
 void erps_set_node_role(uint32_t ring_id, uint32_t node_role, uint32_t rpl_on_port0) {
-  log_call(__func__);
+  log_call();
   ERPSM_T* ring = erpsapi_erpsm_find(ring_id);
   if (ring == nullptr) {
     return;
@@ -257,14 +258,14 @@ void erps_set_node_role(uint32_t ring_id, uint32_t node_role, uint32_t rpl_on_po
 }
 
 void erps_set_vlan_id(uint32_t ring_id, uint32_t vlan_id) {
-  log_call(__func__);
+  log_call();
   if (ERPSM_T* ring = erpsapi_erpsm_find(ring_id); ring != nullptr) {
     ring->vlan_id = vlan_id;
   }
 }
 
 void erps_set_interconnect_ring_id(uint32_t ring_id, uint32_t partner_ring_id) {
-  log_call(__func__);
+  log_call();
   if (ERPSM_T* ring = erpsapi_erpsm_find(ring_id); ring != nullptr) {
     ring->interconnect_ring_id = partner_ring_id;
   }
@@ -272,7 +273,7 @@ void erps_set_interconnect_ring_id(uint32_t ring_id, uint32_t partner_ring_id) {
 
 void erps_set_interconnect_attribute(uint32_t ring_id, uint32_t partner_ring_id,
                                      uint32_t inter_node_role) {
-  log_call(__func__);
+  log_call();
   ERPSM_T* ring = erpsapi_erpsm_find(ring_id);
   if (ring == nullptr) {
     return;
@@ -284,7 +285,7 @@ void erps_set_interconnect_attribute(uint32_t ring_id, uint32_t partner_ring_id,
 }
 
 uint32_t erps_set_ring_revertive(uint32_t ring_id, uint32_t non_revertive) {
-  log_call(__func__);
+  log_call();
   ERPSM_T* ring = erpsapi_erpsm_find(ring_id);
   if (ring == nullptr) {
     return kNoSuchRing;
@@ -294,17 +295,17 @@ uint32_t erps_set_ring_revertive(uint32_t ring_id, uint32_t non_revertive) {
 }
 
 uint32_t erps_set_ring_role(uint32_t ring_id, uint32_t ring_role) {
-  log_call(__func__);
+  log_call();
   return change_role(ring_id, ring_role, kSubRingRoleNotSettable);
 }
 
 uint32_t erps_modify_ring_role(uint32_t ring_id, uint32_t ring_role) {
-  log_call(__func__);
+  log_call();
   return change_role(ring_id, ring_role, kSubRingRoleFixed);
 }
 
 uint32_t erps_set_mac_addr(uint32_t ring_id, const uint8_t mac[6]) {
-  log_call(__func__);
+  log_call();
   ERPSM_T* ring = erpsapi_erpsm_find(ring_id);
   if (ring == nullptr) {
     return kNoSuchRing;
@@ -346,7 +347,7 @@ void erps_set_holdoff_timer(uint32_t time_ms) {
 }
 
 uint32_t erps_set_port_state(uint32_t port_id, uint32_t state) {
-  log_call(__func__);
+  log_call();
   adp_set_port_erps_state(port_id, state);
   return 0;
 }
