@@ -1,0 +1,132 @@
+#include "sim/import_table.h"
+
+#include <algorithm>
+#include <string>
+#include <unordered_map>
+
+#include "platform/event_queue.h"
+#include "platform/field_processor.h"
+#include "platform/log.h"
+#include "platform/packet_buffer.h"
+#include "platform/switch_adaptation.h"
+#include "platform/task.h"
+#include "sim/libc_calls.h"
+
+namespace erps::sim {
+
+namespace {
+
+template <typename Function>
+void* address(Function* function) {
+  return reinterpret_cast<void*>(function);
+}
+
+const std::unordered_map<std::string_view, void*>& virtual_imports() {
+  static const std::unordered_map<std::string_view, void*> kImports{
+      // The platform.
+      {"adp_set_port_erps_state", address(adp_set_port_erps_state)},
+      {"adp_get_port_erps_state", address(adp_get_port_erps_state)},
+      {"adp_del_mac_addr_by_intf", address(adp_del_mac_addr_by_intf)},
+      {"adp_transmit_frame", address(adp_transmit_frame)},
+      {"adp_receive_frame", address(adp_receive_frame)},
+      {"adp_get_phy_port_attr", address(adp_get_phy_port_attr)},
+      {"get_nic_address", address(get_nic_address)},
+      {"adp_fp_add_entity_action", address(adp_fp_add_entity_action)},
+      {"adp_fp_add_entity_qualify", address(adp_fp_add_entity_qualify)},
+      {"adp_fp_add_entity_rule", address(adp_fp_add_entity_rule)},
+      {"adp_fp_delete_entity_rule", address(adp_fp_delete_entity_rule)},
+      {"equeue_make_extend", address(equeue_make_extend)},
+      {"equeue_open", address(equeue_open)},
+      {"equeue_recv", address(equeue_recv)},
+      {"equeue_send_ucast", address(equeue_send_ucast)},
+      {"equeue_close", address(equeue_close)},
+      {"stask_start", address(stask_start)},
+      {"stask_stop", address(stask_stop)},
+      {"stask_notify_creater", address(stask_notify_creater)},
+      {"skpack_release", address(skpack_release)},
+      {"Log_logging_func", address(Log_logging_func)},
+      {"sys_trace_get", address(sys_trace_get)},
+      {"sys_trace_add_log", address(sys_trace_add_log)},
+      // Time, tasks and queues.
+      {"gettimeofday", address(calls::gettimeofday)},
+      {"time", address(calls::time)},
+      {"select", address(calls::select)},
+      {"pthread_mutex_lock", address(calls::pthread_mutex_lock)},
+      {"pthread_mutex_unlock", address(calls::pthread_mutex_unlock)},
+      {"pthread_self", address(calls::pthread_self)},
+      {"pthread_setcancelstate", address(calls::pthread_setcancelstate)},
+      {"pthread_testcancel", address(calls::pthread_testcancel)},
+      {"getpid", address(calls::getpid)},
+      {"msgget", address(calls::msgget)},
+      {"msgrcv", address(calls::msgrcv)},
+      {"msgsnd", address(calls::msgsnd)},
+      {"mq_unlink", address(calls::mq_unlink)},
+      // Memory: new and new[] that do not throw, delete and delete[] plain and sized.
+      {"_ZnwmRKSt9nothrow_t", address(calls::allocate)},
+      {"_ZnamRKSt9nothrow_t", address(calls::allocate)},
+      {"_ZdlPv", address(calls::release)},
+      {"_ZdaPv", address(calls::release)},
+      {"_ZdlPvm", address(calls::release_sized)},
+      {"_ZdaPvm", address(calls::release_sized)},
+      {"free", address(calls::release)},
+      // The console.
+      {"printf", address(calls::printf)},
+      {"fprintf", address(calls::fprintf)},
+      {"__printf_chk", address(calls::printf_chk)},
+      {"__fprintf_chk", address(calls::fprintf_chk)},
+      {"puts", address(calls::puts)},
+      {"fputs", address(calls::fputs)},
+      {"fwrite", address(calls::fwrite)},
+      {"perror", address(calls::perror)},
+  };
+  return kImports;
+}
+
+// Computation, and what the compiler and the loader need for themselves.
+constexpr std::string_view kAllowed[] = {
+    "memcmp",
+    "memcpy",
+    "memmove",
+    "memset",
+    "bcmp",
+    "strcmp",
+    "strncpy",
+    "snprintf",
+    "vsnprintf",
+    "__memcpy_chk",
+    "__strncpy_chk",
+    "__snprintf_chk",
+    "__vsnprintf_chk",
+    "stderr",
+    "_ZSt7nothrow",
+    "_ZSt9terminatev",
+    "_Unwind_Resume",
+    "__cxa_atexit",
+    "__cxa_finalize",
+    "__cxa_begin_catch",
+    "__gmon_start__",
+    "__stack_chk_fail",
+    "__gxx_personality_v0",
+    "_ITM_registerTMCloneTable",
+    "_ITM_deregisterTMCloneTable",
+};
+
+// An instrumented module reports to its sanitizer or writes its coverage: neither feeds back.
+constexpr std::string_view kAllowedPrefixes[] = {"__asan_", "__ubsan_", "__tsan_",  "__sanitizer_",
+                                                 "__gcov_", "__llvm_",  "__sancov_"};
+
+}  // namespace
+
+void* virtual_import(std::string_view name) {
+  const auto found = virtual_imports().find(name);
+  return found != virtual_imports().end() ? found->second : nullptr;
+}
+
+bool is_allowed_import(std::string_view name) {
+  return std::find(std::begin(kAllowed), std::end(kAllowed), name) != std::end(kAllowed) ||
+         std::any_of(
+             std::begin(kAllowedPrefixes), std::end(kAllowedPrefixes),
+             [=](std::string_view prefix) { return name.substr(0, prefix.size()) == prefix; });
+}
+
+}  // namespace erps::sim

@@ -1,0 +1,175 @@
+#include "sim/libc_calls.h"
+
+#include <sys/msg.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "sim/calling_node.h"
+
+namespace erps::sim::calls {
+
+namespace {
+constexpr int64_t kSecond = 1'000'000;
+}
+
+int gettimeofday(timeval* time, void* /*zone*/) {
+  const int64_t now_us = preempted_node().clock_us();
+  *time = {now_us / kSecond, now_us % kSecond};
+  return 0;
+}
+
+time_t time(time_t* seconds) {
+  const time_t now = preempted_node().clock_us() / kSecond;
+  if (seconds != nullptr) {
+    *seconds = now;
+  }
+  return now;
+}
+
+int select(int count, fd_set* /*read*/, fd_set* /*write*/, fd_set* /*except*/, timeval* timeout) {
+  Task& task = calling_task();
+  Node& node = preempted_node();
+  if (count != 0 || timeout == nullptr) {
+    node.world.report(task.name() + " calls select for something else than a sleep");
+    errno = EINVAL;
+    return -1;
+  }
+  node.locks.check_none_held(task, "sleeps");
+  const int64_t deadline_us = node.world.now_us() + timeout->tv_sec * kSecond + timeout->tv_usec +
+                              node.world.chance.in(node.world.timing.tick_late_us);
+  task.cancellation_point();
+  while (node.world.now_us() < deadline_us) {
+    task.sleep(deadline_us - node.world.now_us());
+    task.cancellation_point();
+  }
+  return 0;
+}
+
+int pthread_mutex_lock(pthread_mutex_t* mutex) {
+  preempted_node().locks.lock(mutex, calling_task());
+  return 0;
+}
+
+int pthread_mutex_unlock(pthread_mutex_t* mutex) {
+  preempted_node().locks.unlock(mutex, calling_task());
+  return 0;
+}
+
+pthread_t pthread_self() {
+  return calling_task().id();
+}
+
+int pthread_setcancelstate(int state, int* old_state) {
+  const bool before = calling_task().set_cancellable(state == PTHREAD_CANCEL_ENABLE);
+  if (old_state != nullptr) {
+    *old_state = before ? PTHREAD_CANCEL_ENABLE : PTHREAD_CANCEL_DISABLE;
+  }
+  return 0;
+}
+
+void pthread_testcancel() {
+  preempted_node();
+  calling_task().cancellation_point();
+}
+
+pid_t getpid() {
+  constexpr pid_t kFirstPid = 1000;
+  return kFirstPid + static_cast<pid_t>(calling_node().index);
+}
+
+int msgget(key_t key, int /*flags*/) {
+  return preempted_node().message_queues.open(key);
+}
+
+ssize_t msgrcv(int id, void* message, size_t capacity, long type, int flags) {
+  Node& node = preempted_node();
+  MessageQueue* queue = node.message_queues.find(id);
+  if (queue == nullptr || (flags & IPC_NOWAIT) == 0) {
+    node.world.report(node.plan.name + " waits for a message, or on a queue that does not exist");
+    errno = EINVAL;
+    return -1;
+  }
+  const auto found = queue->find(type);
+  if (found == queue->end()) {
+    errno = ENOMSG;
+    return -1;
+  }
+  if (found->text.size() > capacity && (flags & MSG_NOERROR) == 0) {
+    errno = E2BIG;
+    return -1;
+  }
+  const size_t length = std::min(found->text.size(), capacity);
+  std::memcpy(message, &found->type, sizeof found->type);
+  std::memcpy(static_cast<uint8_t*>(message) + sizeof found->type, found->text.data(), length);
+  queue->erase(found);
+  return static_cast<ssize_t>(length);
+}
+
+int msgsnd(int id, const void* message, size_t size, int /*flags*/) {
+  Node& node = preempted_node();
+  MessageQueue* queue = node.message_queues.find(id);
+  if (queue == nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
+  QueuedMessage queued;
+  std::memcpy(&queued.type, message, sizeof queued.type);
+  const auto* text = static_cast<const uint8_t*>(message) + sizeof queued.type;
+  queued.text.assign(text, text + size);
+  queue->put(std::move(queued));
+  node.message_sent();
+  return 0;
+}
+
+int mq_unlink(const char* /*name*/) {
+  return 0;
+}
+
+void* allocate(size_t bytes, const std::nothrow_t& /*tag*/) {
+  return preempted_node().heap.allocate(bytes);
+}
+
+void release(void* memory) {
+  Node& node = preempted_node();
+  if (!node.heap.release(memory)) {
+    node.world.report(node.plan.name + " releases memory that is not allocated");
+  }
+}
+
+void release_sized(void* memory, size_t /*bytes*/) {
+  release(memory);
+}
+
+int printf(const char* /*format*/, ...) {
+  return 0;
+}
+
+int fprintf(FILE* /*file*/, const char* /*format*/, ...) {
+  return 0;
+}
+
+int printf_chk(int /*flag*/, const char* /*format*/, ...) {
+  return 0;
+}
+
+int fprintf_chk(FILE* /*file*/, int /*flag*/, const char* /*format*/, ...) {
+  return 0;
+}
+
+int puts(const char* /*text*/) {
+  return 0;
+}
+
+int fputs(const char* /*text*/, FILE* /*file*/) {
+  return 0;
+}
+
+size_t fwrite(const void* /*data*/, size_t /*size*/, size_t count, FILE* /*file*/) {
+  return count;
+}
+
+void perror(const char* /*text*/) {}
+
+}  // namespace erps::sim::calls

@@ -1,0 +1,43 @@
+// One loaded copy of the module, with its own statics, all its imports led to the simulator.
+//
+// Threading: one thread. Errors: SimError when the shared object cannot be loaded, shares symbols
+// among copies, or imports what a simulation cannot supply.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "sim/module_files.h"
+
+namespace erps::sim {
+
+class ModuleCopy {
+ public:
+  explicit ModuleCopy(const std::string& module_path);
+  ~ModuleCopy();
+  ModuleCopy(const ModuleCopy&) = delete;
+  ModuleCopy& operator=(const ModuleCopy&) = delete;
+
+  // The exported lifecycle; called from tasks of the node only.
+  int init() const { return init_(); }
+  int start() const { return start_(); }
+  int stop() const { return stop_(); }
+  int exit() const { return exit_(); }
+
+ private:
+  using Call = int (*)();
+  struct Unload {
+    void operator()(void* handle) const;
+  };
+
+  Call find(const char* name) const;
+
+  ModuleFile file_;
+  std::unique_ptr<void, Unload> handle_;
+  Call init_ = nullptr;
+  Call start_ = nullptr;
+  Call stop_ = nullptr;
+  Call exit_ = nullptr;
+};
+
+}  // namespace erps::sim

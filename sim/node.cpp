@@ -1,0 +1,249 @@
+#include "sim/node.h"
+
+#include <algorithm>
+
+namespace erps::sim {
+
+namespace {
+
+constexpr auto kNotRunning = static_cast<uintptr_t>(-1);
+constexpr int64_t kEpochUs = 1'700'000'000'000'000;
+constexpr size_t kLongestFrame = 1518;
+
+}  // namespace
+
+Node::Node(World& the_world, Network& network, NodeIndex node_index, const NodePlan& node_plan,
+           uint32_t ports)
+    : world(the_world),
+      index(node_index),
+      plan(node_plan),
+      fabric(the_world, node_index, ports),
+      events(the_world),
+      locks(the_world),
+      network_(network),
+      clock_offset_us_(kEpochUs + the_world.chance.in({0, 999'999})) {}
+
+Node::~Node() {
+  lose_power();
+}
+
+std::unique_ptr<Task> Node::make_task(const std::string& name, std::function<void()> body,
+                                      int64_t delay_us) {
+  const uint64_t id = (uint64_t{index} + 1) << 32U | ++next_task_id_;
+  return std::make_unique<Task>(world.scheduler, *this, id, plan.name + "/" + name, std::move(body),
+                                delay_us);
+}
+
+void Node::power_on() {
+  if (powered_) {
+    return;
+  }
+  powered_ = true;
+  fabric.power_on();
+  module_ = std::make_unique<ModuleCopy>(world.options.module_path);
+  host_ = make_task(
+      "host", [this] { run_host(); }, world.chance.in(world.timing.boot_us));
+  network_.power_changed(index);
+}
+
+void Node::crash() {
+  if (!powered_) {
+    return;
+  }
+  world.record(index, RecordKind::kCrash);
+  lose_power();
+  network_.power_changed(index);
+}
+
+void Node::lose_power() {
+  powered_ = false;
+  captures_ = false;
+  configured_ = false;
+  handling_ = nullptr;
+  for (auto& started : started_) {
+    past_tasks_.push_back(std::move(started->task));
+  }
+  if (host_ != nullptr) {
+    past_tasks_.push_back(std::move(host_));
+  }
+  for (auto& task : past_tasks_) {
+    task->abandon();
+  }
+  started_.clear();
+  for (Errand& errand : errands_) {
+    errand.reply->done = true;
+  }
+  errands_.clear();
+  events.close();
+  locks.forget();
+  message_queues.clear();
+  module_.reset();
+  heap.release_all();
+}
+
+void Node::on_carrier(uint32_t port, bool up) {
+  events.post_link_change(port, up);
+}
+
+void Node::on_frame(uint32_t port, Frame frame) {
+  if (captures_ && frame.is_raps()) {
+    events.post_frame(port, std::move(frame));
+  } else {
+    pass_on(port, std::move(frame));
+  }
+}
+
+void Node::pass_on(uint32_t in_port, Frame frame) {
+  // More often than a frame can be passed on where no address is forgotten on the way.
+  constexpr uint32_t kMostSwitches = 1024;
+  if (++frame.switched > kMostSwitches) {
+    world.record(index, RecordKind::kCirculating, in_port, frame.probe);
+    return;
+  }
+  for (const uint32_t port : fabric.switch_frame(in_port, frame)) {
+    if (port != kHostPort) {
+      network_.send(index, port, frame);
+    } else if (frame.probe != 0) {
+      world.record(index, RecordKind::kProbe, 0, frame.probe);
+    }
+  }
+}
+
+void Node::send_probe(uint32_t probe, const MacAddress& destination) {
+  if (!powered_) {
+    return;
+  }
+  Frame frame;
+  frame.probe = probe;
+  frame.bytes.assign(64, 0);
+  std::copy(destination.begin(), destination.end(), frame.bytes.begin());
+  std::copy(plan.address.begin(), plan.address.end(), frame.bytes.begin() + raps::kSourceOffset);
+  pass_on(kHostPort, std::move(frame));
+}
+
+bool Node::set_port_state(uint32_t port, uint32_t state) {
+  return fabric.ask(port, state, handling_ != nullptr && handling_ == Task::running());
+}
+
+bool Node::transmit(uint32_t port, const uint8_t* bytes, size_t length) {
+  if (port == kHostPort || port > fabric.ports()) {
+    return false;
+  }
+  if (length < raps::kUntaggedLength || length > kLongestFrame) {
+    world.report(plan.name + " sends a frame of " + std::to_string(length) + " bytes");
+    return false;
+  }
+  Frame frame;
+  frame.bytes.assign(bytes, bytes + length);
+  if (frame.is_raps()) {
+    world.record(index, RecordKind::kFrameSent, port, frame.raps_summary(), frame.raps_node());
+  }
+  network_.send(index, port, frame);
+  return true;
+}
+
+void Node::set_capture(bool on) {
+  captures_ = on;
+  world.record(index, RecordKind::kCapture, 0, on ? 1 : 0);
+}
+
+int Node::receive_event(ERPS_EVENT_MSG_T& event) {
+  Task& task = *Task::running();
+  handling_ = nullptr;
+  fabric.finish_event();
+  locks.check_none_held(task, "waits for an event");
+  if (!events.receive(event, task)) {
+    return -1;
+  }
+  handling_ = &task;
+  constexpr uintptr_t kConfigurationEvent = 4;
+  constexpr uintptr_t kPacketEvent = 2;
+  const bool numeric = event.type == kConfigurationEvent;
+  world.record(index, RecordKind::kEvent, 0, static_cast<uint32_t>(event.type),
+               numeric ? static_cast<uint32_t>(event.payload) : 0);
+  if (event.type == kPacketEvent) {
+    const auto* packet = events.given_packet();
+    world.record(index, RecordKind::kFrameReceived, packet->port, packet->frame.raps_summary(),
+                 packet->frame.raps_node());
+  }
+  return 0;
+}
+
+Node::Started* Node::find(const erps_task_desc& description) {
+  const auto found = std::find_if(started_.begin(), started_.end(), [&](const auto& started) {
+    return started->description == &description;
+  });
+  return found != started_.end() ? found->get() : nullptr;
+}
+
+int Node::start_task(erps_task_desc& description) {
+  if (find(description) != nullptr) {
+    world.report(plan.name + " starts a task that runs already");
+    return -1;
+  }
+  if (description.init != nullptr && description.init(&description) < 0) {
+    return -1;
+  }
+  Task& creator = *Task::running();
+  Started* started = started_.emplace_back(std::make_unique<Started>()).get();
+  started->description = &description;
+  const auto run = [this, started, &creator] {
+    struct AtTheEnd {
+      Node& node;
+      Started& started;
+      Task& creator;
+      int result = -1;
+      ~AtTheEnd() {
+        node.locks.check_none_held(*started.task, "ends");
+        node.world.record(node.index, RecordKind::kTaskEnded, 0,
+                          static_cast<uint32_t>(started.task->id()), static_cast<uint32_t>(result));
+        creator.wake_after(0);
+      }
+    } end{*this, *started, creator};
+    end.result = started->description->entry(started->description);
+  };
+  started->task = make_task(description.name, run, world.chance.in(world.timing.wakeup_us));
+  description.thread_id = started->task->id();
+  world.record(index, RecordKind::kTaskStarted, 0, static_cast<uint32_t>(started->task->id()));
+  while (!started->notified && !started->task->finished()) {
+    creator.wait();
+  }
+  const int result = started->notified ? started->result : -1;
+  if (result < 0) {
+    stop_task(description);
+  }
+  return result;
+}
+
+int Node::stop_task(erps_task_desc& description) {
+  Started* started = find(description);
+  if (started == nullptr) {
+    return -1;
+  }
+  Task& task = *started->task;
+  task.request_cancel();
+  if (task.waiting()) {
+    task.wake_after(world.chance.in(world.timing.wakeup_us));
+  }
+  while (!task.finished()) {
+    Task::running()->wait();
+  }
+  past_tasks_.push_back(std::move(started->task));
+  std::erase_if(started_, [&](const auto& entry) { return entry.get() == started; });
+  description.thread_id = kNotRunning;
+  return 0;
+}
+
+int Node::notify_creator(erps_task_desc& description, int result) {
+  Started* started = find(description);
+  if (started == nullptr || started->notified) {
+    world.report(plan.name + " notifies the creator of a task that waits for nothing");
+    return -1;
+  }
+  started->notified = true;
+  started->result = result;
+  host_->wake_after(world.chance.in(world.timing.wakeup_us));
+  return 0;
+}
+
+}  // namespace erps::sim

@@ -1,0 +1,21 @@
+// Who watches a simulation. Observers change nothing in it.
+#pragma once
+
+#include <string>
+
+#include "sim/forwarding.h"
+#include "sim/trace.h"
+
+namespace erps::sim {
+
+class Observer {
+ public:
+  virtual ~Observer() = default;
+  virtual void on_record(const Record& /*record*/) {}
+  // At the end of every instant in which a port, a link or a node changed what it forwards.
+  virtual void on_forwarding(int64_t /*time_us*/, const Forwarding& /*forwarding*/) {}
+  virtual void on_log(int64_t /*time_us*/, NodeIndex /*node*/, int /*level*/,
+                      const std::string& /*text*/) {}
+};
+
+}  // namespace erps::sim

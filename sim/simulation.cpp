@@ -1,0 +1,98 @@
+#include "sim/simulation.h"
+
+#include <algorithm>
+
+#include "sim/crash_cleanup.h"
+
+namespace erps::sim {
+
+Simulation::Simulation(const Topology& topology, const Options& options)
+    : topology_(topology), world_(options), network_(world_, topology_) {
+  set_crash_seed(options.seed);
+  std::vector<uint32_t> ports(topology_.nodes.size());
+  for (const LinkPlan& link : topology_.links) {
+    for (const LinkEnd& end : link.ends) {
+      ports.at(end.node) = std::max(ports.at(end.node), end.port);
+    }
+  }
+  std::vector<Station*> stations;
+  for (NodeIndex i = 0; i < topology_.nodes.size(); ++i) {
+    nodes_.push_back(std::make_unique<Node>(world_, network_, i, topology_.nodes[i], ports[i]));
+    stations.push_back(nodes_.back().get());
+  }
+  network_.connect(std::move(stations));
+  for (auto& node : nodes_) {
+    node->power_on();
+  }
+}
+
+Simulation::~Simulation() = default;
+
+void Simulation::finish_instant() {
+  world_.raise_violation();
+  if (world_.take_forwarding_touched()) {
+    const Forwarding& forwarding = network_.forwarding();
+    for (Observer* observer : world_.observers) {
+      observer->on_forwarding(now_us(), forwarding);
+    }
+  }
+}
+
+void Simulation::run_until(int64_t time_us) {
+  Scheduler& scheduler = world_.scheduler;
+  for (;;) {
+    if (scheduler.empty() || scheduler.next_us() > now_us()) {
+      finish_instant();
+      if (scheduler.empty() || scheduler.next_us() > time_us) {
+        break;
+      }
+    }
+    scheduler.ring_next();
+  }
+  if (time_us > now_us()) {
+    scheduler.skip_to(time_us);
+  }
+}
+
+void Simulation::at(int64_t time_us, std::function<void()> call) {
+  Callback& callback = callbacks_.emplace_back();
+  callback.call = std::move(call);
+  world_.scheduler.set(time_us, callback, 0);
+}
+
+void Simulation::Callback::on_alarm(uint64_t /*token*/) {
+  call();
+  call = nullptr;
+}
+
+void Simulation::cut(LinkIndex link) {
+  network_.fail(link, 0);
+  network_.fail(link, 1);
+}
+
+void Simulation::restore(LinkIndex link) {
+  network_.repair(link, 0);
+  network_.repair(link, 1);
+}
+
+Reply Simulation::execute(NodeIndex node, const Request& request) {
+  const auto reply = ask(node, request);
+  while (!reply->done) {
+    run_for(kMillisecondUs);
+  }
+  return *reply;
+}
+
+std::optional<RingStatus> Simulation::ring_status(NodeIndex node, uint32_t ring) {
+  const Reply reply = execute(node, make_request(mgmt::kGetRing, {ring}));
+  return reply.accepted() ? std::optional(parse_ring(reply.data)) : std::nullopt;
+}
+
+uint32_t Simulation::send_probe(NodeIndex from, std::optional<NodeIndex> to) {
+  constexpr MacAddress kEverybody{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+  const uint32_t probe = next_probe_++;
+  nodes_.at(from)->send_probe(probe, to ? topology_.nodes.at(*to).address : kEverybody);
+  return probe;
+}
+
+}  // namespace erps::sim

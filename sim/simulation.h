@@ -1,0 +1,108 @@
+// A network of nodes that run the real module, in virtual time.
+//
+//   sim::Simulation simulation(sim::make_ring({.nodes = 4}), options);
+//   sim::LoopChecker loops;
+//   simulation.observe(loops);
+//   simulation.run_for(10 * sim::kSecondUs);
+//   simulation.cut(0);
+//
+// The same topology, options and calls at the same times give the same run, to the last frame:
+// trace_hash() tells. Simulations may follow each other in a process; two may exist at a time.
+//
+// Threading: one thread for all simulations of a process. Errors: SimError for what cannot be set
+// up or asked; Violation, out of the run_ functions, when the module did what it must not do. Logs
+// nothing.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "sim/management.h"
+#include "sim/network.h"
+#include "sim/node.h"
+#include "sim/observer.h"
+#include "sim/options.h"
+#include "sim/topology.h"
+#include "sim/world.h"
+
+namespace erps::sim {
+
+inline constexpr int64_t kMillisecondUs = 1000;
+inline constexpr int64_t kSecondUs = 1'000'000;
+
+class Simulation {
+ public:
+  // Every node gets its power at time 0.
+  Simulation(const Topology& topology, const Options& options);
+  ~Simulation();
+  Simulation(const Simulation&) = delete;
+  Simulation& operator=(const Simulation&) = delete;
+
+  // Observers are told in the order in which they were added, and outlive the simulation.
+  void observe(Observer& observer) { world_.observers.push_back(&observer); }
+
+  int64_t now_us() const { return world_.now_us(); }
+  void run_until(int64_t time_us);
+  void run_for(int64_t duration_us) { run_until(now_us() + duration_us); }
+  // Calls back in virtual time, from outside of all tasks; what it calls is what a test may call,
+  // but no run_ function.
+  void at(int64_t time_us, std::function<void()> call);
+
+  // Faults. A cut link is dark both ways; a failed strand leads away from ends[end] of the link,
+  // and a silent failure takes no carrier away.
+  void cut(LinkIndex link);
+  void restore(LinkIndex link);
+  void fail_strand(LinkIndex link, size_t end, bool silent = false) {
+    network_.fail(link, end, silent);
+  }
+  void repair_strand(LinkIndex link, size_t end) { network_.repair(link, end); }
+  // A node loses its power, and gets it back.
+  void crash(NodeIndex node) { nodes_.at(node)->crash(); }
+  void restart(NodeIndex node) { nodes_.at(node)->power_on(); }
+  // The module of a node is stopped in good order.
+  void stop_module(NodeIndex node) { nodes_.at(node)->stop_module(); }
+
+  // The operator. ask() leaves the reply to time; execute() and ring_status() run until it is
+  // there.
+  std::shared_ptr<const Reply> ask(NodeIndex node, const Request& request) {
+    return nodes_.at(node)->ask(request);
+  }
+  Reply execute(NodeIndex node, const Request& request);
+  // Nothing when the node is down or has no such ring.
+  std::optional<RingStatus> ring_status(NodeIndex node, uint32_t ring);
+
+  // A probe frame from a node's host to a node's host, or to all. Where it arrives is recorded.
+  // Returns its number.
+  uint32_t send_probe(NodeIndex from, std::optional<NodeIndex> to);
+
+  // As it is now.
+  const Topology& topology() const { return topology_; }
+  const Forwarding& forwarding() { return network_.forwarding(); }
+  bool powered(NodeIndex node) const { return nodes_.at(node)->powered(); }
+  bool configured(NodeIndex node) const { return nodes_.at(node)->configured(); }
+  bool port_forwards(const LinkEnd& port) const {
+    return nodes_.at(port.node)->forwards(port.port);
+  }
+  uint64_t trace_hash() const { return world_.trace_hash(); }
+  uint64_t seed() const { return world_.options.seed; }
+
+ private:
+  struct Callback final : Alarm {
+    std::function<void()> call;
+    void on_alarm(uint64_t token) override;
+  };
+
+  void finish_instant();
+
+  const Topology topology_;
+  World world_;
+  Network network_;
+  std::vector<std::unique_ptr<Node>> nodes_;
+  std::deque<Callback> callbacks_;
+  uint32_t next_probe_ = 1;
+};
+
+}  // namespace erps::sim

@@ -1,0 +1,51 @@
+#include "sim/task.h"
+
+#include <utility>
+
+namespace erps::sim {
+
+Task* Task::running_ = nullptr;
+
+Task::Task(Scheduler& scheduler, Node& node, uint64_t id, std::string name,
+           std::function<void()> body, int64_t delay_us)
+    : scheduler_(scheduler),
+      node_(node),
+      id_(id),
+      name_(std::move(name)),
+      fiber_(std::make_unique<Fiber>(std::move(body))) {
+  wake_after(delay_us);
+}
+
+void Task::abandon() {
+  ++generation_;
+  fiber_.reset();
+}
+
+void Task::wait() {
+  waiting_ = true;
+  fiber_->suspend();
+}
+
+bool Task::set_cancellable(bool cancellable) {
+  return std::exchange(cancellable_, cancellable);
+}
+
+void Task::cancellation_point() {
+  if (cancel_requested_ && cancellable_) {
+    cancellable_ = false;
+    fiber_->unwind();
+  }
+}
+
+void Task::on_alarm(uint64_t token) {
+  if (token != generation_ || finished()) {
+    return;
+  }
+  ++generation_;
+  waiting_ = false;
+  Task* const before = std::exchange(running_, this);
+  fiber_->resume();
+  running_ = before;
+}
+
+}  // namespace erps::sim

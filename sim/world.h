@@ -1,0 +1,85 @@
+// What all parts of a simulation share: options, virtual time, chance, the trace and its observers.
+//
+// Threading: one thread. Errors: report() keeps the first violation, raise_violation() throws it.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "sim/observer.h"
+#include "sim/options.h"
+#include "sim/random.h"
+#include "sim/scheduler.h"
+#include "sim/sim_error.h"
+#include "sim/task.h"
+#include "sim/trace.h"
+
+namespace erps::sim {
+
+class World {
+ public:
+  explicit World(const Options& simulation_options)
+      : options(simulation_options),
+        timing(options.timing),
+        chance(options.seed, 1),
+        links_chance(options.seed, 2),
+        preemption_chance_(options.seed, 3) {
+    draw_next_preemption();
+  }
+
+  const Options options;
+  const Timing& timing;
+  Scheduler scheduler;
+  Random chance;        // of nodes and tasks
+  Random links_chance;  // of links
+  std::vector<Observer*> observers;
+
+  int64_t now_us() const { return scheduler.now_us(); }
+  uint64_t trace_hash() const { return hash_.value(); }
+
+  void record(size_t node, RecordKind kind, uint32_t port = 0, uint32_t a = 0, uint32_t b = 0) {
+    const Record record{now_us(), static_cast<uint32_t>(node), kind, port, a, b};
+    hash_.add(record);
+    for (Observer* observer : observers) {
+      observer->on_record(record);
+    }
+  }
+
+  // What is forwarded may have changed in this instant.
+  void touch_forwarding() { forwarding_touched_ = true; }
+  bool take_forwarding_touched() { return std::exchange(forwarding_touched_, false); }
+
+  // The module did what it must not do. Execution goes on until the present task waits.
+  void report(const std::string& text);
+  void raise_violation() const {
+    if (violation_) {
+      throw Violation(*violation_);
+    }
+  }
+
+  // Called at every intercepted call of the module: now and then the task loses the processor.
+  void preemption_point(Task& task) {
+    if (calls_to_preemption_ != 0 && --calls_to_preemption_ == 0) {
+      draw_next_preemption();
+      task.sleep(preemption_chance_.in(timing.preempt_us));
+    }
+  }
+
+ private:
+  void draw_next_preemption() {
+    if (timing.preempt_one_in != 0) {
+      const int64_t mean = timing.preempt_one_in;
+      calls_to_preemption_ = static_cast<uint32_t>(preemption_chance_.in({1, 2 * mean - 1}));
+    }
+  }
+
+  Random preemption_chance_;
+  uint32_t calls_to_preemption_ = 0;
+  TraceHash hash_;
+  bool forwarding_touched_ = true;
+  std::optional<std::string> violation_;
+};
+
+}  // namespace erps::sim
