@@ -111,6 +111,7 @@ TEST_F(PortStateTest, GuardHoldsWhileTheCarrierFlaps) {
 
   // Nothing of it came through; what is sent after opening comes exactly once.
   ASSERT_EQ(adp_set_port_erps_state(1, 4), 0);
+  ASSERT_TRUE(eventually([] { return kernel_link("p1").port_state == BR_STATE_FORWARDING; }));
   const Bytes last = data_frame(kBroadcast, kHostA, 7);
   ASSERT_TRUE(one.send(last));
   std::vector<Bytes> at_two;
