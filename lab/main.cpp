@@ -24,7 +24,7 @@ int main(int argc, char** argv) {
   run_command->add_option("--module", run.module, "liberps.so; default: that of the build");
   run_command->footer(
       "Exit status: 0 every expectation of the file held, 1 one failed, 2 mistakes in the file or "
-      "on the command line, 3 could not run, 130 after Ctrl-C.");
+      "on the command line, 3 could not run, 130 after Ctrl-C.\n");
 
   std::string topology;
   std::string node;
