@@ -44,7 +44,9 @@ std::vector<uint8_t> FrameSpec::pdu() const {
 }
 
 std::vector<uint8_t> FrameSpec::bytes() const {
-  std::vector<uint8_t> frame = {0x01, 0x19, 0xA7, 0x00, 0x00, ring_id};
+  std::vector<uint8_t> frame;
+  frame.reserve(64);
+  frame = {0x01, 0x19, 0xA7, 0x00, 0x00, ring_id};
   frame.insert(frame.end(), source.begin(), source.end());
   if (vlan != 0) {
     frame.push_back(0x81);
