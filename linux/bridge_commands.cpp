@@ -32,6 +32,7 @@ int set_port(NetlinkSocket& socket, uint32_t ifindex, const PortFlags& flags, ui
   put_flag(request, IFLA_BRPORT_UNICAST_FLOOD, flags.flood);
   put_flag(request, IFLA_BRPORT_MCAST_FLOOD, flags.mcast_flood);
   put_flag(request, IFLA_BRPORT_BCAST_FLOOD, flags.bcast_flood);
+  put_flag(request, IFLA_BRPORT_PROXYARP, flags.proxy_arp);
   mnl_attr_put_u8(request.get(), IFLA_BRPORT_STATE, state);
   if (flush) {
     mnl_attr_put(request.get(), IFLA_BRPORT_FLUSH, 0, nullptr);

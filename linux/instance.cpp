@@ -155,7 +155,7 @@ PortStatus Instance::port_status(const RingPort& port) {
 
   LinkInfo info;
   KernelPortState& kernel = status.kernel;
-  kernel.present = find_link(status_socket_, port.interface.c_str(), info) == 0;
+  kernel.present = status.ifindex != 0 && find_link(status_socket_, status.ifindex, info) == 0;
   LinkInfo bridge;
   kernel.enslaved = kernel.present && info.is_bridge_port &&
                     find_link(status_socket_, config.bridge.c_str(), bridge) == 0 &&

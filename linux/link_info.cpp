@@ -41,6 +41,9 @@ void parse_port_attributes(const nlattr* nest, LinkInfo& info) {
       case IFLA_BRPORT_BCAST_FLOOD:
         info.port_flags.bcast_flood = value != 0;
         break;
+      case IFLA_BRPORT_PROXYARP:
+        info.port_flags.proxy_arp = value != 0;
+        break;
       default:
         break;
     }

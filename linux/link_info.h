@@ -20,13 +20,20 @@ struct PortFlags {
   bool flood = true;
   bool mcast_flood = true;
   bool bcast_flood = true;
+  bool proxy_arp = false;
 
   bool operator==(const PortFlags&) const = default;
 };
 
-// A port with these flags passes nothing, whatever its state says.
-inline constexpr PortFlags kGuardFlags{
-    .locked = true, .learning = false, .flood = false, .mcast_flood = false, .bcast_flood = false};
+// A port with these flags passes nothing, whatever its state says. Proxy ARP is among them because
+// it is the one flag that also keeps the bridge from flooding frames of the node's own out of the
+// port; what comes in, and could be answered, stops at `locked`.
+inline constexpr PortFlags kGuardFlags{.locked = true,
+                                       .learning = false,
+                                       .flood = false,
+                                       .mcast_flood = false,
+                                       .bcast_flood = false,
+                                       .proxy_arp = true};
 
 struct LinkInfo {
   bool removed = false;      // RTM_DELLINK

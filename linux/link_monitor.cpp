@@ -246,7 +246,11 @@ void LinkMonitor::poll_devices() {
 bool LinkMonitor::carrier_of(const RingPort& port) const {
   ethtool_value question{.cmd = ETHTOOL_GLINK, .data = 0};
   ifreq request{};
-  std::strncpy(request.ifr_name, port.interface.c_str(), sizeof request.ifr_name - 1);
+  // Asked for by its index: an interface that was renamed is still the port.
+  request.ifr_ifindex = static_cast<int>(port.ifindex.load());
+  if (ioctl(control_.get(), SIOCGIFNAME, &request) != 0) {
+    return false;
+  }
   request.ifr_data = reinterpret_cast<char*>(&question);
   if (ioctl(control_.get(), SIOCETHTOOL, &request) == 0) {
     return question.data != 0;
