@@ -22,24 +22,38 @@ struct Frame {
     return address;
   }
 
-  // A tagged R-APS frame, which is what rings with a control VLAN send.
-  bool is_raps() const {
-    return bytes.size() >= raps::kTaggedLength &&
-           std::equal(std::begin(raps::kDestinationPrefix), std::end(raps::kDestinationPrefix),
-                      bytes.begin()) &&
-           bytes[raps::kTaggedPdu - 2] == raps::kEtherTypeCfm >> 8U &&
-           bytes[raps::kTaggedPdu - 1] == (raps::kEtherTypeCfm & 0xFFU);
-  }
+  // An R-APS frame, with a VLAN tag or without.
+  bool is_raps() const { return raps_pdu() != 0; }
 
-  // For the trace: ring, request byte and status in one number, the node ID's end in another.
+  // For the trace, of an R-APS frame: ring, request byte and status in one number, the node ID's
+  // end in another.
   uint32_t raps_summary() const {
-    const raps::PduView pdu(bytes.data() + raps::kTaggedPdu);
+    const raps::PduView pdu(bytes.data() + raps_pdu());
     return uint32_t{bytes[raps::kRingIdOffset]} << 16U | uint32_t{pdu.request_byte()} << 8U |
            pdu.status();
   }
   uint32_t raps_node() const {
-    const uint8_t* id = raps::PduView(bytes.data() + raps::kTaggedPdu).node_id();
+    const uint8_t* id = raps::PduView(bytes.data() + raps_pdu()).node_id();
     return uint32_t{id[4]} << 8U | id[5];
+  }
+
+ private:
+  bool has_ether_type(uint32_t pdu) const {
+    return bytes.size() >= pdu + raps::kPduLength && bytes[pdu - 2] == raps::kEtherTypeCfm >> 8U &&
+           bytes[pdu - 1] == (raps::kEtherTypeCfm & 0xFFU);
+  }
+
+  // Where the CFM PDU of an R-APS frame starts; 0 for other frames.
+  uint32_t raps_pdu() const {
+    if (bytes.size() < raps::kUntaggedLength ||
+        !std::equal(std::begin(raps::kDestinationPrefix), std::end(raps::kDestinationPrefix),
+                    bytes.begin())) {
+      return 0;
+    }
+    if (has_ether_type(raps::kTaggedPdu)) {
+      return raps::kTaggedPdu;
+    }
+    return has_ether_type(raps::kUntaggedPdu) ? raps::kUntaggedPdu : 0;
   }
 };
 

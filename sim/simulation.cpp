@@ -55,14 +55,20 @@ void Simulation::run_until(int64_t time_us) {
 }
 
 void Simulation::at(int64_t time_us, std::function<void()> call) {
-  Callback& callback = callbacks_.emplace_back();
+  if (idle_callbacks_.empty()) {
+    callbacks_.emplace_back().simulation = this;
+    idle_callbacks_.push_back(&callbacks_.back());
+  }
+  Callback& callback = *idle_callbacks_.back();
+  idle_callbacks_.pop_back();
   callback.call = std::move(call);
   world_.scheduler.set(time_us, callback, 0);
 }
 
 void Simulation::Callback::on_alarm(uint64_t /*token*/) {
-  call();
-  call = nullptr;
+  const std::function<void()> called = std::move(call);
+  simulation->idle_callbacks_.push_back(this);
+  called();
 }
 
 void Simulation::cut(LinkIndex link) {
@@ -86,6 +92,14 @@ Reply Simulation::execute(NodeIndex node, const Request& request) {
 std::optional<RingStatus> Simulation::ring_status(NodeIndex node, uint32_t ring) {
   const Reply reply = execute(node, make_request(mgmt::kGetRing, {ring}));
   return reply.accepted() ? std::optional(parse_ring(reply.data)) : std::nullopt;
+}
+
+void Simulation::inject(const LinkEnd& port, std::vector<uint8_t> bytes) {
+  Frame frame;
+  frame.bytes = std::move(bytes);
+  if (powered(port.node)) {
+    nodes_[port.node]->on_frame(port.port, std::move(frame));
+  }
 }
 
 uint32_t Simulation::send_probe(NodeIndex from, std::optional<NodeIndex> to) {

@@ -78,6 +78,9 @@ class Simulation {
   // Returns its number.
   uint32_t send_probe(NodeIndex from, std::optional<NodeIndex> to);
 
+  // A frame from outside of the network arrives at a port, whatever its link is doing.
+  void inject(const LinkEnd& port, std::vector<uint8_t> bytes);
+
   // As it is now.
   const Topology& topology() const { return topology_; }
   const Forwarding& forwarding() { return network_.forwarding(); }
@@ -91,6 +94,7 @@ class Simulation {
 
  private:
   struct Callback final : Alarm {
+    Simulation* simulation = nullptr;
     std::function<void()> call;
     void on_alarm(uint64_t token) override;
   };
@@ -102,6 +106,7 @@ class Simulation {
   Network network_;
   std::vector<std::unique_ptr<Node>> nodes_;
   std::deque<Callback> callbacks_;
+  std::vector<Callback*> idle_callbacks_;
   uint32_t next_probe_ = 1;
 };
 

@@ -102,8 +102,9 @@ Topology make_ladder(const LadderPlan& plan) {
   configure(1, kMajorRing, 1, 2, kPlain, 0);
   configure(2, kMajorRing, 1, 2, kPlain, 0);
   configure(3, kMajorRing, 1, 2, kNeighbour, 0);
-  configure(4, kLadderSubRing, 1, 2, kOwner, 0);
-  configure(5, kLadderSubRing, 2, 1, kNeighbour, 0);
+  // A sub-ring's messages have to pass its own RPL, which ring role 0 would not let them.
+  configure(4, kLadderSubRing, 1, 2, kOwner, 1);
+  configure(5, kLadderSubRing, 2, 1, kNeighbour, 1);
   for (const NodeIndex node : {NodeIndex{1}, NodeIndex{2}}) {
     topology.nodes[node].sub_rings.push_back(
         {kMajorRing, kLadderSubRing, 3, kPlain, plan.interconnection_roles[node - 1]});
