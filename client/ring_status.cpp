@@ -14,7 +14,7 @@ constexpr uint32_t kMsPerSecond = 1000;
 constexpr uint32_t kWtbBeyondGuardMs = 5000;  // the module keeps WTB at guard + 5 s
 
 uint32_t word_of(const uint8_t* data, uint32_t word) {
-  return read_u32(data + 4 * word);
+  return read_u32(data + size_t{4} * word);
 }
 
 PortStatus port_of(const uint8_t* data, uint32_t first_word) {

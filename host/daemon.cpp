@@ -104,9 +104,9 @@ ExitStatus protect(const Config& config, const RunOptions& options) {
                         "replaced a management queue that was left behind with " +
                             std::to_string(*queue.leftover()) + " messages");
   }
+  const Module module(options.module_path);  // first, so that a missing one leaves the ports alone
   RunningPlatform platform(platform_config(config, options));
-  Module module(options.module_path);
-  module.start();
+  const RunningModule tasks(module);
   try {
     set_up_rings(config);
   } catch (const std::runtime_error& error) {

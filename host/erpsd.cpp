@@ -1,5 +1,6 @@
 // erpsd: protects the rings of a Linux bridge as its configuration file says.
 #include <fcntl.h>
+#include <stdio.h>
 
 #include <CLI/CLI.hpp>
 #include <iostream>
@@ -54,10 +55,7 @@ void declare(CLI::App& app, Arguments& arguments) {
       "runs; 4 a ring could not be configured.");
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  erps::host::block_signals();
+int run(int argc, char** argv) {
   CLI::App app("Ethernet ring protection (ITU-T G.8032) for a Linux bridge", "erpsd");
   Arguments arguments;
   declare(app, arguments);
@@ -94,4 +92,16 @@ int main(int argc, char** argv) {
   }
   return erps::host::run(config,
                          {arguments.module_path, arguments.journal_path, arguments.ready_fd});
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  erps::host::block_signals();
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    fprintf(stderr, "erpsd: %s\n", error.what());
+    return erps::host::kFailed;
+  }
 }

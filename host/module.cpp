@@ -40,10 +40,6 @@ Module::Module(const std::string& path) : path_(path) {
   exit_ = find("erps_exit");
 }
 
-Module::~Module() {
-  stop();
-}
-
 Module::Lifecycle Module::find(const char* name) const {
   void* symbol = dlsym(handle_, name);
   if (symbol == nullptr) {
@@ -52,25 +48,20 @@ Module::Lifecycle Module::find(const char* name) const {
   return reinterpret_cast<Lifecycle>(symbol);
 }
 
-void Module::start() {
-  if (init_() != 0) {
+RunningModule::RunningModule(const Module& module) : module_(module) {
+  if (module_.init_() != 0) {
     throw std::runtime_error("the module refused to initialise");
   }
-  if (start_() != 0) {
-    exit_();
+  if (module_.start_() != 0) {
+    module_.exit_();
     throw std::runtime_error("the module's tasks could not be started");
   }
-  running_ = true;
-  begin_();
+  module_.begin_();
 }
 
-void Module::stop() noexcept {
-  if (!running_) {
-    return;
-  }
-  running_ = false;
-  stop_();
-  exit_();
+RunningModule::~RunningModule() {
+  module_.stop_();
+  module_.exit_();
 }
 
 }  // namespace erps::host

@@ -13,26 +13,32 @@ std::string default_module_path();
 
 class Module {
  public:
-  // Loads it. It stays loaded until the process ends, since its texts may still be referred to.
+  // Loads it and finds its calls; nothing of it runs yet. It stays loaded until the process ends,
+  // since its texts may still be referred to.
   explicit Module(const std::string& path);
-  // Stops it when it is running.
-  ~Module();
-  Module(const Module&) = delete;
-  Module& operator=(const Module&) = delete;
-
-  // Starts its tasks: when this returns, its queues are open.
-  void start();
-  // Stops its tasks and removes its event queue.
-  void stop() noexcept;
 
  private:
+  friend class RunningModule;
   using Lifecycle = int (*)();
   Lifecycle find(const char* name) const;
 
   std::string path_;
   void* handle_;
   Lifecycle init_, start_, stop_, begin_, exit_;
-  bool running_ = false;
+};
+
+// The module's tasks, from start to stop. The platform has to run all the while.
+class RunningModule {
+ public:
+  // When this returns, the module's queues are open.
+  explicit RunningModule(const Module& module);
+  // Stops the tasks and removes the event queue.
+  ~RunningModule();
+  RunningModule(const RunningModule&) = delete;
+  RunningModule& operator=(const RunningModule&) = delete;
+
+ private:
+  const Module& module_;
 };
 
 }  // namespace erps::host

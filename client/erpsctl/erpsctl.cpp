@@ -1,4 +1,6 @@
 // erpsctl: asks and changes the Ethernet ring protection of this node.
+#include <stdio.h>
+
 #include <iostream>
 
 #include "client/erpsctl/command.h"
@@ -27,9 +29,7 @@ ExitStatus run(const CommandLine& line) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   CLI::App app("Ethernet ring protection (ITU-T G.8032): ask and change the rings of this node",
                "erpsctl");
   CommandLine line;
@@ -55,4 +55,15 @@ int main(int argc, char** argv) {
     return kUsage;
   }
   return run(line);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    fprintf(stderr, "erpsctl: %s\n", error.what());
+    return kNoAnswer;
+  }
 }

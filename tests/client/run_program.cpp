@@ -35,6 +35,7 @@ Running::Running(const std::vector<std::string>& arguments) {
     throw std::runtime_error(std::string("pipe: ") + strerror(errno));
   }
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) {
     argv.push_back(const_cast<char*>(argument.c_str()));
   }
