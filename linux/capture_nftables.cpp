@@ -48,7 +48,7 @@ class NftablesCapture final : public CaptureMechanism {
     }
   }
 
-  const char* name() const override { return "nftables netdev ingress"; }
+  std::string name() const override { return "nftables netdev ingress"; }
 
   std::string probe(const std::vector<CaptureEntry>& entries) override {
     const std::string error = install(entries);

@@ -40,6 +40,18 @@ void store(adp_fp_rule_t& rule, const Contents& contents) {
   std::memcpy(rule.opaque, &contents, sizeof contents);
 }
 
+// The mechanism, with a trap in switch hardware where all ring ports have it.
+std::unique_ptr<CaptureMechanism> with_hardware(std::unique_ptr<CaptureMechanism> software,
+                                                const std::vector<CaptureEntry>& entries) {
+  auto trap = make_trap_capture(std::move(software));
+  const std::string error = trap->probe(entries);
+  if (error.empty()) {
+    return trap;
+  }
+  logf(LogLevel::kDebug, "no capture in switch hardware: %s", error.c_str());
+  return trap->give_back_software();
+}
+
 int unknown(const char* what, uint32_t number, uint32_t length) {
   logf(LogLevel::kError, "capture rule: %s %u with %u bytes is not known", what, number, length);
   return -1;
@@ -106,7 +118,7 @@ void CaptureRules::choose() {
   for (auto& candidate : candidates) {
     const std::string error = candidate->probe(entries);
     if (error.empty()) {
-      mechanism_ = std::move(candidate);
+      mechanism_ = with_hardware(std::move(candidate), entries);
       return;
     }
     reasons += std::string(reasons.empty() ? "" : "; ") + candidate->name() + ": " + error;
@@ -194,16 +206,16 @@ int CaptureRules::install() {
 
   HistoryRecord record = History::make(HistoryKind::kCapture, 0);
   record.phase = done ? Phase::kApplied : Phase::kFailed;
-  std::snprintf(record.text, sizeof record.text, "%s%s", mechanism_->name(),
+  std::snprintf(record.text, sizeof record.text, "%s%s", mechanism_->name().c_str(),
                 rules_.empty() ? " removed" : "");
   history_.add(record);
   if (!done) {
     logf(LogLevel::kError, "capture rule cannot be installed with %s, so no R-APS is received: %s",
-         mechanism_->name(), error_.c_str());
+         mechanism_->name().c_str(), error_.c_str());
     return -1;
   }
   logf(LogLevel::kNotice, "R-APS capture %s: %s", rules_.empty() ? "removed" : "in force",
-       mechanism_->name());
+       mechanism_->name().c_str());
   return 0;
 }
 

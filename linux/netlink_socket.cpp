@@ -14,10 +14,10 @@
 
 namespace erps::linux_platform {
 
-NetlinkRequest::NetlinkRequest(uint16_t type, uint16_t flags)
-    : header_(mnl_nlmsg_put_header(buffer_.data())) {
-  header_->nlmsg_type = type;
-  header_->nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | flags);
+NetlinkRequest::NetlinkRequest(uint16_t type, uint16_t flags) {
+  nlmsghdr* header = mnl_nlmsg_put_header(buffer_.data());
+  header->nlmsg_type = type;
+  header->nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | flags);
 }
 
 NetlinkSocket::NetlinkSocket(int bus) : socket_(mnl_socket_open2(bus, SOCK_CLOEXEC)) {

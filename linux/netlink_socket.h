@@ -18,19 +18,18 @@ namespace erps::linux_platform {
 // Room for one request of ours.
 class NetlinkRequest {
  public:
-  // Starts a message with `header_bytes` of zeroed fixed header behind the netlink header.
   NetlinkRequest(uint16_t type, uint16_t flags);
 
+  // Appends a zeroed fixed header.
   template <typename Header>
   Header& add_header() {
-    return *static_cast<Header*>(mnl_nlmsg_put_extra_header(header_, sizeof(Header)));
+    return *static_cast<Header*>(mnl_nlmsg_put_extra_header(get(), sizeof(Header)));
   }
 
-  nlmsghdr* get() { return header_; }
+  nlmsghdr* get() { return reinterpret_cast<nlmsghdr*>(buffer_.data()); }
 
  private:
   alignas(nlmsghdr) std::array<char, 2048> buffer_{};
-  nlmsghdr* header_;
 };
 
 class NetlinkSocket {

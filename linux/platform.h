@@ -135,8 +135,8 @@ struct Status {
   std::string bridge;
   std::string stp;  // "off" or "user": who owns spanning tree on the bridge
   MacAddress node_address{};
-  std::string capture;             // mechanism found usable: "tc flower trap", "nftables netdev
-                                   // ingress" or "clsact BPF"
+  std::string capture;             // mechanism found usable: "nftables netdev ingress" or
+                                   // "clsact BPF", behind "tc flower trap, " on switch hardware
   bool capture_installed = false;  // the module has asked for the rule and it is in force
   std::string capture_error;       // why the rule asked for is not in force, "" otherwise
   size_t door_depth = 0;           // messages the outside door holds, 0 while there is none
