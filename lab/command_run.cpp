@@ -89,11 +89,32 @@ void print(const std::string& text) {
   std::fflush(stdout);
 }
 
-int run_inside(const Topology& topology, const RunOptions& options, bool json) {
+// Shows what is known so far, then waits for the signal that ends process 1 and all else.
+[[noreturn]] void hold(const std::string& report, const std::string& node) {
+  print(report);
+  std::fprintf(stderr,
+               "erpslab: the network runs until Ctrl-C; look into it with erpslab exec %s "
+               "COMMAND\n",
+               node.c_str());
+  for (;;) {
+    pause();
+  }
+}
+
+int run_inside(const Topology& topology, RunOptions options, const RunArguments& arguments) {
+  const bool json = arguments.json;
   const TextReport text(topology,
                         !json && isatty(STDOUT_FILENO) == 1 && getenv("NO_COLOR") == nullptr);
   if (!json) {
     print(text.heading());
+  }
+  const auto whole = [&](const RunReport& report) {
+    return json ? json_report(topology, report) : text.summary(report);
+  };
+  if (arguments.hold) {
+    options.hold = [&](const RunReport& report) {
+      hold(whole(report), topology.nodes.front().name);
+    };
   }
   Runner runner(topology, options);
   const RunReport report = runner.run([&](const StepReport& step) {
@@ -101,7 +122,7 @@ int run_inside(const Topology& topology, const RunOptions& options, bool json) {
       print(text.step(step));
     }
   });
-  print(json ? json_report(topology, report) : text.summary(report));
+  print(whole(report));
   return report.passed() ? kHeld : kFailed;
 }
 
@@ -117,12 +138,13 @@ int command_run(const RunArguments& arguments) {
     RunOptions options;
     options.programs = find_programs(arguments);
     options.keep_going = arguments.keep_going;
+
     // Opened out here: inside, the path may lead elsewhere.
     const UniqueFd captures = open_directory(arguments.pcap);
     const UniqueFd logs = open_directory(arguments.logs);
     options.capture_directory = captures.get();
     options.log_directory = logs.get();
-    return run_in_sandbox([&] { return run_inside(file.topology, options, arguments.json); },
+    return run_in_sandbox([&] { return run_inside(file.topology, options, arguments); },
                           {options.programs.erpsd, options.programs.module});
   } catch (const LabError& error) {
     std::fprintf(stderr, "erpslab: %s\n", error.what());

@@ -19,6 +19,7 @@ struct RunArguments {
   std::string logs;    // directory, empty: none
   bool json = false;
   bool keep_going = false;
+  bool hold = false;
 };
 
 int command_run(const RunArguments& arguments);

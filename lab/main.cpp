@@ -1,6 +1,7 @@
 // erpslab: a laboratory for networks that are described in one file.
 #include <CLI/CLI.hpp>
 
+#include "lab/command_exec.h"
 #include "lab/command_run.h"
 
 int main(int argc, char** argv) {
@@ -20,6 +21,8 @@ int main(int argc, char** argv) {
                           "Capture every node's R-APS frames into this directory");
   run_command->add_option("--logs", run.logs,
                           "Keep every daemon's log and journal in this directory");
+  run_command->add_flag("--hold", run.hold,
+                        "Keep the network after the script until Ctrl-C, to look into it");
   run_command->add_option("--erpsd", run.erpsd, "The daemon; default: beside erpslab, or in PATH");
   run_command->add_option("--module", run.module, "liberps.so; default: that of the build");
   run_command->footer(
@@ -33,10 +36,20 @@ int main(int argc, char** argv) {
   config_command->add_option("TOPOLOGY", topology, "The topology file")->required();
   config_command->add_option("NODE", node, "Name of the node")->required();
 
+  std::string inside;
+  CLI::App* exec_command =
+      app.add_subcommand("exec", "Run a command inside a node of a network that is running");
+  exec_command->add_option("NODE", inside, "Name of the node")->required();
+  exec_command->prefix_command();  // what follows is the command's own
+  exec_command->footer("Example: erpslab exec n1 bridge -d link\n");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? erps::lab::kHeld : erps::lab::kMistaken;
+  }
+  if (exec_command->parsed()) {
+    return erps::lab::command_exec(inside, exec_command->remaining());
   }
   return run_command->parsed() ? erps::lab::command_run(run)
                                : erps::lab::command_config(topology, node);

@@ -74,6 +74,9 @@ RunReport Runner::run(const std::function<void(const StepReport&)>& step_done) {
   }
   report.complete = next == topology_.steps.size();
   traffic_.reset();
+  if (options_.hold) {
+    options_.hold(report);
+  }
   if (capture_) {
     capture_->stop();
   }

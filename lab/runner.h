@@ -18,6 +18,9 @@
 namespace erps::lab {
 
 struct RunOptions {
+  // Called after the script while the network still runs; the run ends when it returns.
+  std::function<void(const RunReport&)> hold;
+
   Programs programs;
   bool keep_going = false;     // do the next steps after one that failed
   int capture_directory = -1;  // open directory for captures, -1: none

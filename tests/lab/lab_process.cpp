@@ -157,6 +157,10 @@ LabResult LabProcess::wait(std::chrono::seconds longest) {
   return result;
 }
 
+std::string LabProcess::err_so_far() const {
+  return read_file(err_path_);
+}
+
 std::vector<pid_t> LabProcess::processes() const {
   const std::string mark = std::string(kMarkVariable) + "=" + mark_ + '\0';
   std::vector<pid_t> found;

@@ -30,6 +30,8 @@ class LabProcess {
   // Waits until it has ended; a test that waits longer than this has failed.
   LabResult wait(std::chrono::seconds longest);
 
+  std::string err_so_far() const;
+
   // The processes that carry the mark, and the namespaces that they are in.
   std::vector<pid_t> processes() const;
   std::set<std::string> namespaces() const;

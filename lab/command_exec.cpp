@@ -1,0 +1,123 @@
+#include "lab/command_exec.h"
+
+#include <dirent.h>
+#include <limits.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "lab/command_run.h"
+#include "lab/lab_error.h"
+#include "lab/sandbox.h"
+#include "lab/unique_fd.h"
+
+namespace erps::lab {
+
+namespace {
+
+// The daemons that run with this configuration file, which only a laboratory has.
+std::vector<pid_t> daemons_with(const std::string& config) {
+  std::vector<pid_t> found;
+  DIR* directory = opendir("/proc");
+  if (directory == nullptr) {
+    throw system_error("/proc");
+  }
+  const std::string wanted = std::string("--config") + '\0' + config + '\0';
+  while (const dirent* entry = readdir(directory)) {
+    const std::string name = entry->d_name;
+    pid_t pid = 0;
+    const auto result = std::from_chars(name.data(), name.data() + name.size(), pid);
+    if (result.ec != std::errc() || result.ptr != name.data() + name.size()) {
+      continue;
+    }
+    std::ifstream in("/proc/" + name + "/cmdline", std::ios::binary);
+    std::ostringstream arguments;
+    arguments << in.rdbuf();
+    if (arguments.str().find(wanted) != std::string::npos) {
+      found.push_back(pid);
+    }
+  }
+  closedir(directory);
+  return found;
+}
+
+bool is_own_user_namespace(pid_t pid) {
+  struct stat ours {};
+  struct stat theirs {};
+  const std::string path = "/proc/" + std::to_string(pid) + "/ns/user";
+  return stat("/proc/self/ns/user", &ours) == 0 && stat(path.c_str(), &theirs) == 0 &&
+         ours.st_ino == theirs.st_ino;
+}
+
+// erpsctl stands beside erpslab in a build as in an installation.
+void find_our_programs() {
+  char path[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+  const std::string own(path, length > 0 ? static_cast<size_t>(length) : 0);
+  const char* others = getenv("PATH");
+  setenv("PATH", (own.substr(0, own.rfind('/')) + ":" + (others == nullptr ? "" : others)).c_str(),
+         1);
+}
+
+void join_namespaces_of(pid_t pid, const std::string& node) {
+  const UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  const int kinds = CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWNS | CLONE_NEWPID |
+                    (is_own_user_namespace(pid) ? 0 : CLONE_NEWUSER);
+  if (!process.is_open() || setns(process.get(), kinds) != 0) {
+    throw LabError("node " + node + " cannot be entered: " + std::strerror(errno) +
+                   "; only who runs the laboratory and root may");
+  }
+}
+
+}  // namespace
+
+int command_exec(const std::string& node, const std::vector<std::string>& command) {
+  if (command.empty()) {
+    std::fprintf(stderr, "erpslab: exec %s what? Say a command\n", node.c_str());
+    return kMistaken;
+  }
+  try {
+    const auto daemons = daemons_with(std::string(kWorkDirectory) + "/" + node + ".toml");
+    if (daemons.size() != 1) {
+      throw LabError(daemons.empty() ? "no laboratory with a node " + node + " is running"
+                                     : "several laboratories with a node " + node +
+                                           " are running: end the others first");
+    }
+    std::vector<std::string> copies = command;
+    std::vector<char*> argv;
+    for (std::string& argument : copies) {
+      argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    join_namespaces_of(daemons[0], node);
+    const pid_t child = fork();  // only a child is in the process namespace
+    if (child == 0) {
+      find_our_programs();
+      execvp(argv[0], argv.data());
+      std::fprintf(stderr, "erpslab: %s: %s\n", argv[0], std::strerror(errno));
+      _exit(kCouldNotRun);
+    }
+    // Ctrl-C is for the command.
+    signal(SIGINT, SIG_IGN);
+    signal(SIGQUIT, SIG_IGN);
+    int status = 0;
+    if (child < 0 || waitpid(child, &status, 0) != child) {
+      throw system_error(command[0]);
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalStatus + WTERMSIG(status);
+  } catch (const LabError& error) {
+    std::fprintf(stderr, "erpslab: %s\n", error.what());
+    return kCouldNotRun;
+  }
+}
+
+}  // namespace erps::lab
