@@ -45,7 +45,8 @@ std::set<std::string> closed_by_erpsctl(const std::string& node) {
   const LabResult result = inside(node, {"erpsctl", "show", "--json"});
   EXPECT_EQ(result.status, 0) << result.err;
   std::set<std::string> closed;
-  for (const json& ring : json::parse(result.out)["rings"]) {
+  const json shown = json::parse(result.out);
+  for (const json& ring : shown["rings"]) {
     for (const json& port : ring["blocked_ports"]) {
       closed.insert("p" + std::to_string(port.get<int>()));
     }
