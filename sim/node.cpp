@@ -21,6 +21,7 @@ Node::Node(World& the_world, Network& network, NodeIndex node_index, const NodeP
       events(the_world),
       locks(the_world),
       network_(network),
+      configuration_(configuration_of(node_plan)),
       clock_offset_us_(kEpochUs + the_world.chance.in({0, 999'999})) {}
 
 Node::~Node() {

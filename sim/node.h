@@ -94,6 +94,7 @@ class Node final : public Station {
   void pass_on(uint32_t in_port, Frame frame);
 
   Network& network_;
+  const std::vector<Request> configuration_;
   std::unique_ptr<ModuleCopy> module_;
   std::unique_ptr<Task> host_;
   std::vector<std::unique_ptr<Started>> started_;
