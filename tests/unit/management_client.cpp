@@ -4,6 +4,7 @@
 #include <sys/ipc.h>
 #include <sys/msg.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -65,7 +66,7 @@ std::vector<uint8_t> request_text(uint8_t cmd, std::initializer_list<uint32_t> a
 bool send_request(long type, const std::vector<uint8_t>& text) {
   Message message{};
   message.type = type;
-  memcpy(message.text, text.data(), text.size());
+  std::copy(text.begin(), text.end(), message.text);
   return msgsnd(open_management_queue(), &message, text.size(), IPC_NOWAIT) == 0;
 }
 
