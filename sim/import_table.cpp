@@ -111,9 +111,11 @@ constexpr std::string_view kAllowed[] = {
     "_ITM_deregisterTMCloneTable",
 };
 
-// An instrumented module reports to its sanitizer or writes its coverage: neither feeds back.
-constexpr std::string_view kAllowedPrefixes[] = {"__asan_", "__ubsan_", "__tsan_",  "__sanitizer_",
-                                                 "__gcov_", "__llvm_",  "__sancov_"};
+// An instrumented module reports to its sanitizer, writes its coverage or names its types: nothing
+// of it feeds back.
+constexpr std::string_view kAllowedPrefixes[] = {"__asan_",      "__ubsan_",         "__tsan_",
+                                                 "__sanitizer_", "__gcov_",          "__llvm_",
+                                                 "__sancov_",    "_ZTVN10__cxxabiv1"};
 
 }  // namespace
 
