@@ -146,7 +146,7 @@ int equeue_recv(void* queue, ERPS_EVENT_MSG_T* message, int flags) {
 
 int equeue_send_ucast(void* queue, const ERPS_EVENT_MSG_T* message, int timeout_ms) {
   platform().record(__func__, event_text(queue, message, timeout_ms));
-  return platform().queue_send(*message);
+  return platform().queue_send(queue, *message);
 }
 
 int equeue_close(void* queue) {
