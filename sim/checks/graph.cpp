@@ -1,5 +1,6 @@
 #include "sim/checks/graph.h"
 
+#include <algorithm>
 #include <numeric>
 #include <vector>
 
@@ -24,11 +25,9 @@ class Groups {
   std::vector<size_t> parent_;
 };
 
-}  // namespace
-
-bool has_loop(const Forwarding& forwarding) {
-  // Strands that no frame can enter any more are taken away, and with them what only they feed; a
-  // frame enters a strand from any other link into its node. What is left feeds itself.
+// Strands that no frame can enter any more are taken away, and with them what only they feed; a
+// frame enters a strand from any other link into its node. What is left feeds itself.
+bool has_one_way_loop(const Forwarding& forwarding) {
   const auto& arcs = forwarding.arcs;
   std::vector<size_t> into(forwarding.powered.size());
   std::vector<bool> left(arcs.size());
@@ -39,24 +38,34 @@ bool has_loop(const Forwarding& forwarding) {
   for (bool removed = true; removed;) {
     removed = false;
     for (size_t i = 0; i < arcs.size(); ++i) {
-      if (!left[i]) {
-        continue;
-      }
       const size_t opposite = i ^ 1U;
-      const size_t feeding = into[arcs[i].from] - (left[opposite] ? 1 : 0);
-      if (feeding == 0) {
+      if (left[i] && into[arcs[i].from] == (left[opposite] ? 1U : 0U)) {
         left[i] = false;
         --into[arcs[i].to];
         removed = true;
       }
     }
   }
-  for (const bool strand : left) {
-    if (strand) {
+  return std::find(left.begin(), left.end(), true) != left.end();
+}
+
+}  // namespace
+
+bool has_loop(const Forwarding& forwarding) {
+  const auto& arcs = forwarding.arcs;
+  Groups groups(forwarding.powered.size());
+  bool both_ways = true;
+  for (size_t i = 0; i < arcs.size(); i += 2) {
+    both_ways = both_ways && arcs[i].forwards == arcs[i + 1].forwards;
+    if (!arcs[i].forwards || !arcs[i + 1].forwards) {
+      continue;
+    }
+    if (groups.find(arcs[i].from) == groups.find(arcs[i].to)) {
       return true;
     }
+    groups.join(arcs[i].from, arcs[i].to);
   }
-  return false;
+  return !both_ways && has_one_way_loop(forwarding);
 }
 
 bool has_partition(const Forwarding& forwarding) {
