@@ -22,9 +22,8 @@ constexpr int64_t kFirstAskMs = 20;
 constexpr int64_t kLongestAskMs = 250;
 // Rings are settled when they are as expected twice, this far apart.
 constexpr int64_t kSteadyMs = 150;
-// Traffic before the first fault: until the bridges have learnt, then as a measure of the calm.
-constexpr int64_t kWarmUpMs = 300;
-constexpr int64_t kCalmMs = 700;
+// Traffic before the first fault, from its first frame on, as a measure of the calm.
+constexpr int64_t kCalmMs = 1000;
 // A step during which the machine stood still is done again so often.
 constexpr size_t kMostRepeats = 3;
 
@@ -113,9 +112,8 @@ StepReport Runner::start() {
   settle(outlooks_[0], report);
   traffic_ = std::make_unique<Traffic>(topology_, network_);
   if (!topology_.streams.empty() && report.settled) {
-    traffic_->start();
-    warm_up();
     traffic_->begin_measurement();
+    traffic_->start();
     sleep_ms(kCalmMs);
     report.traffic = traffic_->end_measurement();
     report.stream_judged = outlooks_[0].stream_judged;
@@ -132,12 +130,6 @@ StepReport Runner::start() {
     }
   }
   return report;
-}
-
-void Runner::warm_up() {
-  traffic_->begin_measurement();
-  sleep_ms(kWarmUpMs);
-  traffic_->end_measurement();
 }
 
 StepReport Runner::do_step(size_t index) {

@@ -44,7 +44,6 @@ class Runner {
   void settle(const StepOutlook& outlook, StepReport& report);
   void ask_all(const StepOutlook& outlook, std::vector<NodeReport>& nodes);
   void collect_events(StepReport& report);
-  void warm_up();
   Check stop_daemons();
   std::string dead_daemons(const StepOutlook& outlook);
   void save_logs() const;

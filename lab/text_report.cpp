@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <set>
+#include <sstream>
 
 #include "lab/clock.h"
 
@@ -30,26 +32,30 @@ std::string ms_number(int64_t ns) {
   return text;
 }
 
-// Lines of words, the first behind `head` and the next ones below it.
-std::string wrapped(const std::string& head, const std::vector<std::string>& words,
-                    const std::string& between) {
+// Lines of words, the first behind `head` of `head_width` columns and the next ones below it.
+std::string wrapped(const std::string& head, size_t head_width,
+                    const std::vector<std::string>& words, const std::string& between) {
   std::string text = head;
-  size_t column = head.size();
+  size_t column = head_width;
   bool first = true;
   for (const std::string& word : words) {
-    const std::string joint = first ? "" : between;
-    if (!first && column + joint.size() + word.size() > kColumns) {
-      text += "\n" + std::string(head.size(), ' ');
-      column = head.size();
-      text += word;
-      column += word.size();
-    } else {
-      text += joint + word;
-      column += joint.size() + word.size();
+    if (!first && column + between.size() + word.size() > kColumns) {
+      text += "\n" + std::string(head_width, ' ');
+      column = head_width;
+    } else if (!first) {
+      text += between;
+      column += between.size();
     }
+    text += word;
+    column += word.size();
     first = false;
   }
   return text + "\n";
+}
+
+std::vector<std::string> words_of(const std::string& text) {
+  std::istringstream in(text);
+  return {std::istream_iterator<std::string>(in), {}};
 }
 
 size_t longest_name(const Topology& topology) {
@@ -152,7 +158,8 @@ std::string TextReport::timeline(const StepReport& report) const {
       last_time = time;
     }
     if (!words.empty()) {
-      text += wrapped("  " + padded(topology_.nodes[node].name, width) + "  ", words, ", ");
+      const std::string head = "  " + padded(topology_.nodes[node].name, width) + "  ";
+      text += wrapped(head, head.size(), words, ", ");
     }
   }
   return text.empty() ? "" : paint(kDim, "  what each node did, ms after the fault") + "\n" + text;
@@ -198,22 +205,25 @@ std::string TextReport::traffic(const StepReport& report) const {
     return {};
   }
   std::string text =
-      "  " + paint(kDim, padded("traffic", 18)) +
-      paint(kDim, "outage ms      lost  duplicated  reordered      sent  sender's pause ms") + "\n";
+      "  " +
+      paint(kDim, padded("traffic", 18) +
+                      "outage ms    lost  duplicated  reordered    sent  sender's pause ms") +
+      "\n";
   for (size_t i = 0; i < report.traffic->streams.size(); ++i) {
     for (size_t side = 0; side < 2; ++side) {
       const auto& hosts = topology_.streams[i].hosts;
       const DirectionResult& direction = report.traffic->streams[i].directions[side];
       const std::string way =
           topology_.hosts[hosts[side]].name + " to " + topology_.hosts[hosts[1 - side]].name;
+      const char* remark = !report.stream_judged[i] ? "  not judged"
+                           : direction.still_out    ? "  still out"
+                                                    : "";
       text += "  " + padded(way, 18) + padded(ms_number(direction.outage_ns), 9, true) +
-              padded(std::to_string(direction.lost), 10, true) +
+              padded(std::to_string(direction.lost), 8, true) +
               padded(std::to_string(direction.duplicates), 12, true) +
               padded(std::to_string(direction.reordered), 11, true) +
-              padded(std::to_string(direction.sent), 10, true) +
-              padded(ms_number(direction.sender_pause_ns), 19, true) +
-              (direction.still_out ? "  still out" : "") +
-              (report.stream_judged[i] ? "" : "  no way to go, not judged") + "\n";
+              padded(std::to_string(direction.sent), 8, true) +
+              padded(ms_number(direction.sender_pause_ns), 19, true) + remark + "\n";
     }
   }
   if (report.traffic->machine_stall_ns > kNotableStallNs) {
@@ -229,10 +239,11 @@ std::string TextReport::traffic(const StepReport& report) const {
 }
 
 std::string TextReport::checks(const std::vector<Check>& checks) const {
+  constexpr size_t kIndent = 8;  // "  PASS  "
   std::string text;
   for (const Check& check : checks) {
-    text += "  " + verdict(check.holds) + "  " + check.what +
-            (check.found.empty() ? "" : ": " + check.found) + "\n";
+    const std::string what = check.what + (check.found.empty() ? "" : ": " + check.found);
+    text += wrapped("  " + verdict(check.holds) + "  ", kIndent, words_of(what), " ");
   }
   return text;
 }
