@@ -282,6 +282,33 @@ TEST(Interconnection, ACrashOfTheMarkingNodeMayLeaveTheNextSplitUnrepaired) {
   EXPECT_LT(unrepaired, 10U);
 }
 
+// A node blocks the first of its ports that fails, not the second: the failure is reported already.
+// Where both ends of a link failed second, it forwards from the instant of its return, and closes a
+// loop through the sub-ring until the watching node has handled the news.
+TEST(Interconnection, ALinkThatFailedSecondAtBothEndsClosesALoopForAnInstantWhenItReturns) {
+  int64_t longest_us = 0;
+  for (uint64_t seed = 1; seed <= 5; ++seed) {
+    TestNetwork network(make_ladder({}), seed);
+    network.come_home();
+    Simulation& simulation = network.simulation;
+    simulation.cut(0);
+    simulation.cut(2);
+    simulation.run_for(kSettledUs);
+    simulation.cut(1);
+    simulation.run_for(2 * kSettledUs);
+    network.expect_no_loop();
+    simulation.restore(1);
+    simulation.run_for(kSettledUs);
+    EXPECT_FALSE(network.loops_now());
+    longest_us = std::max(longest_us, network.longest_loop_us());
+    EXPECT_LT(network.longest_loop_us(), kMillisecondUs);
+    simulation.restore(0);
+    simulation.restore(2);
+    network.come_home();
+  }
+  EXPECT_GT(longest_us, 0);
+}
+
 TEST(Owner, WithoutTheLowestNodeIdSplitsTheRingForSeconds) {
   const auto worst_restore_us = [](bool lowest) {
     int64_t worst = 0;
