@@ -1,0 +1,23 @@
+# erps_add_tests(TARGET LABEL name TIMEOUT seconds [SANITIZE] [SERIAL])
+#
+# Registers the cases of a GoogleTest program one by one. A build with a sanitizer registers the whole
+# program as one test instead, labelled "sanitize", if it is to run there (SANITIZE): a process a
+# case costs more there than the cases themselves. SERIAL: nothing else runs beside it.
+include(GoogleTest)
+
+function(erps_add_tests target)
+  cmake_parse_arguments(TESTS "SANITIZE;SERIAL" "LABEL;TIMEOUT" "" ${ARGN})
+  if(NOT ERPS_SANITIZE)
+    # One label: discovery at test time takes a list of labels apart.
+    set(properties LABELS ${TESTS_LABEL} TIMEOUT ${TESTS_TIMEOUT})
+    if(TESTS_SERIAL)
+      list(APPEND properties RUN_SERIAL TRUE)
+    endif()
+    gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
+  elseif(TESTS_SANITIZE)
+    add_test(NAME ${target} COMMAND ${target})
+    set_tests_properties(${target} PROPERTIES
+      LABELS sanitize TIMEOUT 900 RUN_SERIAL TRUE SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\] [1-9]")
+    add_dependencies(sanitized_tests ${target})
+  endif()
+endfunction()
