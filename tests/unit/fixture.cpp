@@ -81,6 +81,7 @@ ModuleTest::~ModuleTest() {
 void ModuleTest::reset_module() {
   RecordingPlatform& recorder = RecordingPlatform::instance();
   recorder.fail_allocation(0);
+  recorder.forget_actions();  // what they refer to is gone when a test's body has ended
   while (ERPSM_T* ring = erps_get_list_head()) {
     const ERPSM_T* next = ring->next;
     erps_ring_remove(ring);

@@ -96,6 +96,11 @@ void RecordingPlatform::on_call(const std::string& name, std::function<void()> a
   settings_.hooks[name] = std::move(action);
 }
 
+void RecordingPlatform::forget_actions() {
+  const Guard guard(mutex_);
+  settings_.hooks.clear();
+}
+
 void RecordingPlatform::record(const char* name, std::string arguments,
                                std::vector<uint8_t> bytes) {
   if (free_running()) {

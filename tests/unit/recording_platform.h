@@ -86,7 +86,9 @@ class RecordingPlatform {
   // hide a race from ThreadSanitizer. The event queue and the tasks work as always.
   void run_free(bool free);
   // Runs `action` in the calling thread each time the call is made, before it takes effect.
+  // The fixture forgets the actions before it clears up.
   void on_call(const std::string& name, std::function<void()> action);
+  void forget_actions();
 
   // --- What the switch answers. Result 0 is success.
   void set_port_state_result(uint32_t port, int result);

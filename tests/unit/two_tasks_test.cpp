@@ -259,19 +259,38 @@ TEST_F(TwoTasksTest, FailedTimerTaskLeavesNoTaskRunning) {
   EXPECT_EQ(logged(3, "routine process exit!\r\n"), 1);
 }
 
-class RestartedTimersTest : public ModuleTest {};
+// A running timer gets new times while the timer task looks at it, which it does each time that it
+// links the repetition in front of it.
+class RestartedTimersTest : public ModuleTest {
+ protected:
+  static constexpr uint32_t kNeverDueMs = 2'000'000'000;
 
-TEST_F(RestartedTimersTest, NewTimesOfARunningTimerAreSeenWhole) {
-  platform.run_free(true);
-  ERPSM_T* ring = make_running_ring();
-  const FastTimer timer;
-  erps_set_guard_timer(2'000'000'000);  // neither is ever due
-  erps_set_wtr_timer(2'000'000'000);
-  while (timer.walks() < 200) {
-    EXPECT_EQ(erps_start_guard_timer(&ring->guard_timer), 0);
-    EXPECT_EQ(erps_start_WTR_timer(&ring->wtr_timer), 0);
+  template <typename Start>
+  void restart_under_walks(Start start) {
+    platform.run_free(true);
+    const ERPSM_T* ring = make_running_ring();
+    ASSERT_EQ(ring->raps_timer.active, 1);
+    const FastTimer timer;
+    while (timer.walks() < 200) {
+      ASSERT_EQ(start(erpsapi_erpsm_find(ring->ring_id)), 0);
+    }
+    EXPECT_EQ(timer_count(), 2U);
   }
-  EXPECT_EQ(ring->guard_running, 1U);
+};
+
+TEST_F(RestartedTimersTest, GuardIsSeenWhole) {
+  erps_set_guard_timer(kNeverDueMs);
+  restart_under_walks([](ERPSM_T* ring) { return erps_start_guard_timer(&ring->guard_timer); });
+}
+
+TEST_F(RestartedTimersTest, WaitToRestoreIsSeenWhole) {
+  erps_set_wtr_timer(kNeverDueMs);
+  restart_under_walks([](ERPSM_T* ring) { return erps_start_WTR_timer(&ring->wtr_timer); });
+}
+
+TEST_F(RestartedTimersTest, HoldoffIsSeenWhole) {
+  erps_set_holdoff_timer(kNeverDueMs);
+  restart_under_walks([](ERPSM_T* ring) { return erps_start_holdoff_timer(&ring->holdoff_timer); });
 }
 
 }  // namespace
