@@ -94,6 +94,7 @@ int command_exec(const std::string& node, const std::vector<std::string>& comman
     }
     std::vector<std::string> copies = command;
     std::vector<char*> argv;
+    argv.reserve(copies.size() + 1);
     for (std::string& argument : copies) {
       argv.push_back(argument.data());
     }

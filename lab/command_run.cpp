@@ -61,7 +61,8 @@ std::string find_file(const char* what, const std::string& given,
 Programs find_programs(const RunArguments& arguments) {
   const std::string here = own_directory();
   std::vector<std::string> daemons = {here + "/erpsd"};
-  std::istringstream path(getenv("PATH") == nullptr ? "" : getenv("PATH"));
+  const char* path_text = getenv("PATH");
+  std::istringstream path(path_text == nullptr ? "" : path_text);
   for (std::string directory; std::getline(path, directory, ':');) {
     daemons.push_back(directory + "/erpsd");
   }

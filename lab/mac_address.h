@@ -13,7 +13,7 @@ struct MacAddress {
   std::array<uint8_t, 6> bytes{};
 
   friend bool operator==(const MacAddress&, const MacAddress&) = default;
-  friend auto operator<=>(const MacAddress&, const MacAddress&) = default;
+  friend bool operator<(const MacAddress& a, const MacAddress& b) { return a.bytes < b.bytes; }
 
   bool is_zero() const { return bytes == std::array<uint8_t, 6>{}; }
   bool is_group() const { return (bytes[0] & 1) != 0; }

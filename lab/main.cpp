@@ -1,10 +1,14 @@
 // erpslab: a laboratory for networks that are described in one file.
 #include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
 
 #include "lab/command_exec.h"
 #include "lab/command_run.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int run_command_line(int argc, char** argv) {
   CLI::App app{
       "Builds a network of Linux bridges, rings and hosts from a topology file, breaks its links "
       "and measures what the traffic notices."};
@@ -53,4 +57,15 @@ int main(int argc, char** argv) {
   }
   return run_command->parsed() ? erps::lab::command_run(run)
                                : erps::lab::command_config(topology, node);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run_command_line(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "erpslab: %s\n", error.what());
+    return erps::lab::kCouldNotRun;
+  }
 }

@@ -154,7 +154,9 @@ std::string TextReport::timeline(const StepReport& report) const {
         continue;
       }
       const std::string time = ms_number(event.mono_ns - report.fault_ns);
-      words.push_back((time == last_time ? "" : time + " ") + what);
+      std::string word = time == last_time ? "" : time + " ";
+      word += what;
+      words.push_back(std::move(word));
       last_time = time;
     }
     if (!words.empty()) {

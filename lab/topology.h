@@ -95,7 +95,10 @@ struct PortRef {
   NodeIndex node = 0;
   LinkIndex link = 0;
 
-  friend auto operator<=>(const PortRef&, const PortRef&) = default;
+  friend bool operator==(const PortRef&, const PortRef&) = default;
+  friend bool operator<(const PortRef& a, const PortRef& b) {
+    return a.node != b.node ? a.node < b.node : a.link < b.link;
+  }
 };
 
 // Bounds on what a fault may do to the traffic; what is empty is not judged.

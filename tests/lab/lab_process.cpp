@@ -98,6 +98,7 @@ LabProcess::LabProcess(const std::vector<std::string>& arguments, int uid) {
   const int err = open(err_path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   std::vector<std::string> copies = arguments;
   std::vector<char*> argv;
+  argv.reserve(copies.size() + 1);
   for (std::string& argument : copies) {
     argv.push_back(argument.data());
   }
@@ -251,7 +252,7 @@ TemporaryDirectory::~TemporaryDirectory() {
 }
 
 std::string TemporaryDirectory::write(const std::string& name, const std::string& text) const {
-  const std::string path = path_ + "/" + name;
+  std::string path = path_ + "/" + name;
   std::ofstream(path, std::ios::binary) << text;
   return path;
 }
