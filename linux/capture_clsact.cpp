@@ -17,7 +17,7 @@ class ClsactCapture final : public CaptureMechanism {
     for (const CaptureEntry& entry : entries) {
       classifiers_.remove_stale(entry.ifindex, kDropPreference, ETH_P_ALL, "bpf");
     }
-    const std::string error = install(entries);
+    std::string error = install(entries);
     remove();
     return error;
   }

@@ -51,7 +51,7 @@ class NftablesCapture final : public CaptureMechanism {
   std::string name() const override { return "nftables netdev ingress"; }
 
   std::string probe(const std::vector<CaptureEntry>& entries) override {
-    const std::string error = install(entries);
+    std::string error = install(entries);
     remove();
     return error;
   }

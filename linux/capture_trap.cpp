@@ -28,7 +28,7 @@ class TrapCapture final : public CaptureMechanism {
       }
       preference = kTrapPreference;
     }
-    const std::string error = trap(entries);
+    std::string error = trap(entries);
     classifiers_.remove_all(true);
     return error;
   }

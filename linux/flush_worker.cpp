@@ -19,50 +19,53 @@ void FlushWorker::finish() {
   if (!thread_.joinable()) {
     return;
   }
+  kick();
   {
     const std::lock_guard lock(mutex_);
     stop_ = true;
   }
-  wake_.notify_one();
+  wake_.release();
   thread_.join();
 }
 
 void FlushWorker::ask(const RingPort& port) {
   count(counters_.flushes_asked);
   const std::lock_guard lock(mutex_);
-  requests_[port.id] = current_cause();
-  asked_ = true;
+  asked_[port.id] = current_cause();
+  any_asked_ = true;
 }
 
 void FlushWorker::kick() {
   {
     const std::lock_guard lock(mutex_);
-    if (!asked_) {
+    if (!any_asked_) {
       return;
     }
-    go_ = true;
+    any_asked_ = false;
+    for (size_t id = 0; id < asked_.size(); ++id) {
+      if (asked_[id]) {
+        started_[id] = asked_[id];
+        asked_[id].reset();
+      }
+    }
   }
-  wake_.notify_one();
+  wake_.release();
 }
 
 void FlushWorker::run() {
-  std::unique_lock lock(mutex_);
-  for (;;) {
-    wake_.wait(lock, [this] { return go_ || stop_; });
-    if (!asked_ && stop_) {
-      return;
-    }
+  for (bool stop = false; !stop;) {
+    wake_.acquire();
     Requests requests;
-    requests.swap(requests_);
-    asked_ = false;
-    go_ = false;
-    lock.unlock();
+    {
+      const std::lock_guard lock(mutex_);
+      requests.swap(started_);
+      stop = stop_;
+    }
     for (const auto& port : ports_.all()) {
       if (const auto& cause = requests[port->id]) {
         flush(*port, *cause);
       }
     }
-    lock.lock();
   }
 }
 

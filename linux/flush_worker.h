@@ -10,13 +10,14 @@
 #pragma once
 
 #include <array>
-#include <condition_variable>
 #include <mutex>
 #include <optional>
+#include <semaphore>
 #include <thread>
 
 #include "linux/counters.h"
 #include "linux/history.h"
+#include "linux/inheriting_mutex.h"
 #include "linux/netlink_socket.h"
 #include "linux/ring_port.h"
 
@@ -46,11 +47,11 @@ class FlushWorker {
   History& history_;
   AtomicCounters& counters_;
   NetlinkSocket socket_;
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  Requests requests_;
-  bool asked_ = false;
-  bool go_ = false;
+  std::counting_semaphore<> wake_{0};
+  InheritingMutex mutex_;
+  Requests asked_;    // of the event that is being handled
+  Requests started_;  // for the worker to take
+  bool any_asked_ = false;
   bool stop_ = false;
   std::thread thread_;
 };

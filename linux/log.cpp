@@ -151,6 +151,18 @@ void log_write(int level, const char* label, const char* format, va_list argumen
   errno = saved_errno;
 }
 
+namespace {
+
+__attribute__((format(printf, 3, 4))) void write_as(int level, const char* label,
+                                                    const char* format, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, format);
+  log_write(level, label, format, arguments);
+  va_end(arguments);
+}
+
+}  // namespace
+
 void logf(LogLevel level, const char* format, ...) noexcept {
   if (!log_listens(static_cast<int>(level))) {
     return;
@@ -162,15 +174,10 @@ void logf(LogLevel level, const char* format, ...) noexcept {
 }
 
 void log(LogLevel level, std::string_view message) noexcept {
-  const auto write_host_line = [level](const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    log_write(static_cast<int>(level), "host", format, arguments);
-    va_end(arguments);
-  };
   if (log_listens(static_cast<int>(level))) {
-    write_host_line("%.*s", static_cast<int>(std::min<size_t>(message.size(), 4096)),
-                    message.data());
+    write_as(static_cast<int>(level), "host", "%.*s",
+             static_cast<int>(std::min<size_t>(message.size(), sizeof LogLine::text)),
+             message.data());
   }
 }
 

@@ -20,7 +20,9 @@ namespace erps::linux_platform {
 bool log_listens(int level) noexcept;
 
 // Formats and stores one line. `label` names the sender.
-void log_write(int level, const char* label, const char* format, va_list arguments) noexcept;
+__attribute__((format(printf, 3, 0))) void log_write(int level, const char* label,
+                                                     const char* format,
+                                                     va_list arguments) noexcept;
 
 // The platform's own messages, labelled "platform".
 __attribute__((format(printf, 2, 3))) void logf(LogLevel level, const char* format, ...) noexcept;

@@ -1,5 +1,7 @@
 #include "linux/platform.h"
 
+#include <system_error>
+
 #include "linux/cancel_guard.h"
 #include "linux/instance.h"
 #include "linux/log.h"
@@ -28,7 +30,11 @@ void start(const Config& config) {
     throw PlatformError("the platform is running already; stop it first");
   }
   configure_log(config.log);
-  owner() = std::make_unique<Instance>(config);
+  try {
+    owner() = std::make_unique<Instance>(config);
+  } catch (const std::system_error& error) {
+    throw PlatformError(std::string("the platform cannot be started: ") + error.what());
+  }
   current().store(owner().get(), std::memory_order_release);
 }
 

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <exception>
 
 #include "linux/background_thread.h"
 #include "linux/log.h"
@@ -24,8 +25,13 @@ Recorder::Recorder(const History& history, const std::string& journal_path)
                           "\": cannot be opened for writing: " + std::strerror(errno));
     }
   }
-  log_queue(true);
-  thread_ = start_background_thread("erps-recorder", [this] { run(); });
+  log_queue(true);  // from here on; the thread may take its time to start
+  try {
+    thread_ = start_background_thread("erps-recorder", [this] { run(); });
+  } catch (const std::exception&) {
+    log_queue(false);
+    throw;
+  }
 }
 
 Recorder::~Recorder() {
