@@ -34,12 +34,15 @@ bool DirectionMeter::is_known(uint64_t number) const {
   return number < base_ || (number - base_ < seen_.size() && seen_[number - base_]);
 }
 
-void DirectionMeter::arrived(uint64_t number, int64_t at_ns) {
+void DirectionMeter::arrived(uint64_t number, int64_t at_ns, int64_t sent_ns) {
   if (number > base_ + seen_.size() + kFurthestAhead) {
     return;
   }
   // The gap that was open when the measurement began counts from its last arrival.
-  const int64_t since_ns = last_ns_ == 0 ? begun_ns_ : last_ns_;
+  int64_t since_ns = last_ns_ == 0 ? begun_ns_ : last_ns_;
+  if (highest_ && number == *highest_ + 1) {
+    since_ns = std::max(since_ns, sent_ns);
+  }
   if (running_ && at_ns - since_ns > result_.outage_ns && at_ns >= begun_ns_ &&
       since_ns < closed_ns_) {
     result_.outage_ns = at_ns - since_ns;

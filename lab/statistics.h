@@ -16,10 +16,11 @@ struct DirectionResult {
   uint64_t lost = 0;
   uint64_t duplicates = 0;  // arrivals of a frame that had arrived before
   uint64_t reordered = 0;   // first arrivals behind a frame with a higher number
-  // The longest time between two consecutive arrivals, nothing subtracted; the one that spans the
-  // fault begins before it. It is the pace of the sender when nothing was interrupted.
+  // The longest time between two consecutive arrivals; the one that spans the fault begins before
+  // it. Before the frame that is next in order nothing waits until it is sent: such a gap begins
+  // there, so that a pause of the sender is not taken for an outage.
   int64_t outage_ns = 0;
-  int64_t outage_from_ns = 0;   // the arrival that it begins with, or the begin of the measurement
+  int64_t outage_from_ns = 0;   // when it began
   bool still_out = false;       // it lasted until the measurement ended
   int64_t sender_pause_ns = 0;  // the longest time between two frames that were sent
 };
@@ -29,7 +30,8 @@ class DirectionMeter {
   // Starts a measurement: frames from `first` on are counted. What arrived before is remembered, so
   // that late copies are told from first arrivals.
   void begin(uint64_t first, int64_t now_ns);
-  void arrived(uint64_t number, int64_t at_ns);
+  // sent_ns is when the frame was sent, 0 when that is not known.
+  void arrived(uint64_t number, int64_t at_ns, int64_t sent_ns = 0);
   // Says that the measurement goes until `now_ns`: gaps that begin later are not counted any more,
   // late frames still are.
   void close(int64_t now_ns) { closed_ns_ = now_ns; }

@@ -285,8 +285,8 @@ std::string TextReport::summary(const RunReport& report) const {
     text += verdict(false) + "  stopped after a step that failed; --keep-going does the rest\n";
   }
   text +=
-      "outage: the longest time between two frames that arrived one after the other, nothing "
-      "subtracted\n";
+      "outage: the longest time between two frames that arrived one after the other while some "
+      "was under way or lost\n";
   return text + (report.passed() ? verdict(true) : verdict(false)) + "\n";
 }
 

@@ -112,7 +112,7 @@ void Traffic::receive_all() {
     direction->to->drain([&](const ReceivedFrame& received) {
       const auto frame = read_traffic_frame(received.bytes, received.length);
       if (frame && frame->direction == direction->id) {
-        direction->meter.arrived(frame->number, received.real_ns + to_mono_ns);
+        direction->meter.arrived(frame->number, received.real_ns + to_mono_ns, frame->sent_ns);
       }
     });
   }

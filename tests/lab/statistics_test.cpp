@@ -98,6 +98,30 @@ TEST_F(Meter, AStreamOfWhichNothingArrivesIsOutFromBeginToEnd) {
   EXPECT_EQ(result.lost, 100U);
 }
 
+TEST_F(Meter, APauseOfTheSenderIsNoOutage) {
+  meter_.begin(0, 0);
+  arrive(0, 9);
+  meter_.arrived(10, 40 * kMs, 38 * kMs);  // sent 28 ms after the one before
+  meter_.arrived(11, 41 * kMs, 40 * kMs);
+  EXPECT_EQ(end(12, 41 * kMs).outage_ns, 2 * kMs) << "its way through the network";
+}
+
+TEST_F(Meter, AFrameThatIsHeldUpInTheNetworkIsAnOutage) {
+  meter_.begin(0, 0);
+  arrive(0, 9);
+  meter_.arrived(10, 40 * kMs, 11 * kMs);
+  EXPECT_EQ(end(11, 40 * kMs).outage_ns, 29 * kMs);
+}
+
+TEST_F(Meter, WhereFramesWereLostTheWholeGapIsTheOutage) {
+  meter_.begin(0, 0);
+  arrive(0, 9);
+  meter_.arrived(12, 40 * kMs, 38 * kMs);
+  const DirectionResult result = end(13, 40 * kMs);
+  EXPECT_EQ(result.outage_ns, 30 * kMs);
+  EXPECT_EQ(result.lost, 2U);
+}
+
 TEST_F(Meter, EveryFurtherCopyIsADuplicate) {
   meter_.begin(0, 0);
   arrive(0, 9);
