@@ -40,6 +40,9 @@ int open_management_queue() {
 }
 
 void remove_management_queue() {
+  if (enter_private_ipc_namespace()) {
+    return;  // it would be the machine's
+  }
   const int id = open_management_queue();
   if (id >= 0) {
     msgctl(id, IPC_RMID, nullptr);
