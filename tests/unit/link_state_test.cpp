@@ -166,6 +166,13 @@ TEST_F(LinkStateTest, a_change_is_recorded_with_the_port_it_happened_on) {
   EXPECT_EQ(ring->flush_port, static_cast<int32_t>(kAbsentPort));
 }
 
+TEST_F(LinkStateTest, one_change_is_recorded_for_one_port) {
+  ERPSM_T* ring = idle_ring({.port0 = 5, .port1 = 5});
+  erps_record_port_link_status(ring, 5, 0);
+  EXPECT_EQ(port0(ring)->link_status, 0);
+  EXPECT_EQ(port1(ring)->link_status, 1);
+}
+
 TEST_F(LinkStateTest, the_major_ring_at_an_interconnection_node_looks_before_it_records) {
   const RingPair pair = idle_pair(kWatching);
   port0(pair.major)->link_status = 0;  // the other side is gone already

@@ -29,7 +29,7 @@ class TransmitTest : public ProtocolTest {
   std::vector<uint32_t> ports_of_repeat(ERPSM_T* ring) {
     platform.clear_journal();
     const TimerLock lock;
-    erps_tx_raps_pkt(ring, ring->tx_frame, ring->tx_frame_len);
+    EXPECT_EQ(erps_tx_raps_pkt(ring, ring->tx_frame, ring->tx_frame_len), 0U);
     return ports_of(platform.sent_frames());
   }
 
