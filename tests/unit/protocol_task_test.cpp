@@ -14,6 +14,8 @@ using ::testing::StartsWith;
 
 class ProtocolTaskTest : public ModuleTest {
  protected:
+  ProtocolTaskTest() { task_.thread_id = kNotRunning; }
+
   void SetUp() override {
     const std::optional<std::string> refusal = enter_private_ipc_namespace();
     if (refusal) {
@@ -22,7 +24,6 @@ class ProtocolTaskTest : public ModuleTest {
     remove_management_queue();
     erps_event_queue = nullptr;
     task_.name = "erps_process";
-    task_.thread_id = kNotRunning;
     task_.init = erps_process_init;
     task_.entry = erps_routine_process;
     platform.run_tasks(true);
