@@ -77,7 +77,7 @@ void start(const Config& config);
 // What becomes of the bridge ports when the platform stops.
 enum class PortsAtStop {
   kKeep,     // as last asked for: a blocked port stays blocked, so stopping cannot make a loop
-  kRelease,  // as they were before start(), forwarding
+  kRelease,  // as they were before start(): forwarding, or blocked by an earlier daemon
 };
 
 // Removes the capture rule, writes out log and journal, closes everything. Does nothing when the

@@ -61,7 +61,8 @@ void PortKeeper::guard_all() {
   }
   for (const Found& found : guarded) {
     // A guard that is there already was left by a daemon that was killed; it is nobody's wish.
-    found.port->open_flags = found.flags == kGuardFlags ? PortFlags{} : found.flags;
+    found.port->found_guarded = found.flags == kGuardFlags;
+    found.port->open_flags = found.port->found_guarded ? PortFlags{} : found.flags;
     found.port->wanted.store(kDiscarding);
     records_[found.port->id].applied = kDiscarding;
   }
@@ -70,7 +71,8 @@ void PortKeeper::guard_all() {
 void PortKeeper::release_all() {
   const std::lock_guard lock(mutex_);
   for (const auto& port : ports_.all()) {
-    port->wanted.store(kForwarding);
+    // Where an earlier daemon had blocked the port, opening it could close the ring to a loop.
+    port->wanted.store(port->found_guarded ? kDiscarding : kForwarding);
     port->opening.store(false);
     apply(*port, Cause{.kind = CauseKind::kStop});
   }

@@ -36,7 +36,8 @@ struct RingPort {
   // The port keeper's.
   std::atomic<uint32_t> wanted{kDiscarding};
   std::atomic<bool> opening{false};
-  PortFlags open_flags;  // flags of the forwarding port, as found at start
+  PortFlags open_flags;        // flags of the forwarding port, as found at start
+  bool found_guarded = false;  // at start: an earlier daemon had blocked it
 
   std::atomic<uint64_t> frames_received{0};
   std::atomic<uint64_t> frames_sent{0};

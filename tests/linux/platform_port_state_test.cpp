@@ -402,10 +402,19 @@ TEST_F(PortStateTest, GuardLeftByAKilledDaemonIsTakenOffByForwarding) {
   start_platform();
   ASSERT_EQ(adp_set_port_erps_state(1, 4), 0);
   EXPECT_EQ(kernel_link("p1").port_flags, PortFlags{});
-  ASSERT_EQ(adp_set_port_erps_state(1, 1), 0);
+}
+
+// The ring may be whole but for the port that an earlier daemon had blocked.
+TEST_F(PortStateTest, ReleaseBlocksAgainWhatWasFoundBlocked) {
+  run("bridge link set dev p1 state 1 locked on learning off flood off mcast_flood off "
+      "bcast_flood off");
+  run("ip link set p1 type bridge_slave proxy_arp on");
+  start_platform();
+  open_both();
   stop(PortsAtStop::kRelease);
-  EXPECT_EQ(kernel_link("p1").port_flags, PortFlags{});
-  EXPECT_EQ(kernel_link("p1").port_state, BR_STATE_FORWARDING);
+  EXPECT_TRUE(guarded("p1"));
+  EXPECT_EQ(kernel_link("p2").port_flags, PortFlags{});
+  EXPECT_EQ(kernel_link("p2").port_state, BR_STATE_FORWARDING);
 }
 
 TEST_F(PortStateTest, FlushForgetsWhatThePortLearntAndNothingElse) {
