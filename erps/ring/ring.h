@@ -56,7 +56,7 @@ struct ERPS_STATE_ENTRY_T {
 struct ERPS_PORT_T {
   ERPS_PORT_T* next;
   uint32_t port_id;              // interface number of the switch
-  void* port_buffer;             // freed with the port when set
+  void* port_buffer;             // from malloc; freed with the port when set
   uint32_t port_role;            // 1 the RPL port of this node, 0 the other
   Shared<uint16_t> link_status;  // 1 up, 0 down
   Shared<uint16_t> port_state;   // 4 forwarding, 1 discarding
@@ -80,7 +80,7 @@ struct ERPSM_T {
   uint8_t non_revertive;
   Shared<uint8_t> enable;
   Shared<uint32_t> vlan_id;
-  void* aux_buffer;  // freed with the ring when set
+  void* aux_buffer;  // from malloc; freed with the ring when set
   uint32_t ring_id;
   Shared<uint32_t> interconnect_ring_id;
   Shared<uint32_t> ring_role;
