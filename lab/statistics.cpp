@@ -78,7 +78,8 @@ bool DirectionMeter::is_complete(uint64_t end) const {
 DirectionResult DirectionMeter::end(uint64_t end) {
   running_ = false;
   const int64_t since_ns = last_ns_ == 0 ? begun_ns_ : last_ns_;
-  if (closed_ns_ - since_ns > result_.outage_ns) {
+  const bool awaited = end > first_ && !is_known(end - 1);
+  if (awaited && closed_ns_ - since_ns > result_.outage_ns) {
     result_.outage_ns = closed_ns_ - since_ns;
     result_.outage_from_ns = since_ns;
     result_.still_out = true;

@@ -106,6 +106,14 @@ TEST_F(Meter, APauseOfTheSenderIsNoOutage) {
   EXPECT_EQ(end(12, 41 * kMs).outage_ns, 2 * kMs) << "its way through the network";
 }
 
+TEST_F(Meter, ASenderThatPausesWhenTheMeasurementEndsIsNotOut) {
+  meter_.begin(0, 0);
+  arrive(0, 9);
+  const DirectionResult result = end(10, at(9) + 7 * kMs);
+  EXPECT_FALSE(result.still_out);
+  EXPECT_EQ(result.outage_ns, 1 * kMs);
+}
+
 TEST_F(Meter, AFrameThatIsHeldUpInTheNetworkIsAnOutage) {
   meter_.begin(0, 0);
   arrive(0, 9);
