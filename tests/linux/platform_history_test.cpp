@@ -23,9 +23,9 @@ class HistoryTest : public PlatformTest {
  protected:
   void SetUp() override {
     PlatformTest::SetUp();
-    char name[] = "/tmp/erps-journal-XXXXXX";
-    const UniqueFd file(mkstemp(name));
-    journal_ = name;
+    journal_ = ::testing::TempDir() + "erps-journal-XXXXXX";
+    const UniqueFd file(mkstemp(journal_.data()));
+    ASSERT_TRUE(file);
   }
   void TearDown() override {
     PlatformTest::TearDown();
