@@ -50,6 +50,43 @@ std::vector<pid_t> daemons_with(const std::string& config) {
   return found;
 }
 
+pid_t parent_of(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+  for (std::string word; in >> word;) {
+    pid_t parent = 0;
+    if (word == "PPid:" && in >> parent) {
+      return parent;
+    }
+  }
+  return 0;
+}
+
+// The erpslab that runs a daemon: process 1 of the laboratory stands between them.
+pid_t lab_of(pid_t daemon) {
+  return parent_of(parent_of(daemon));
+}
+
+// The daemon of the node, in the laboratory that is meant.
+pid_t find_daemon(const std::string& node, pid_t lab) {
+  std::vector<pid_t> found;
+  std::string labs;
+  for (const pid_t daemon : daemons_with(std::string(kWorkDirectory) + "/" + node + ".toml")) {
+    if (lab == 0 || lab_of(daemon) == lab) {
+      found.push_back(daemon);
+      labs += (labs.empty() ? "" : ", ") + std::to_string(lab_of(daemon));
+    }
+  }
+  if (found.empty()) {
+    throw LabError("no laboratory with a node " + node + " is running" +
+                   (lab == 0 ? "" : " as process " + std::to_string(lab)));
+  }
+  if (found.size() > 1) {
+    throw LabError("several laboratories with a node " + node +
+                   " are running: say which with --lab; allowed: " + labs);
+  }
+  return found[0];
+}
+
 bool is_own_user_namespace(pid_t pid) {
   struct stat ours {};
   struct stat theirs {};
@@ -80,18 +117,13 @@ void join_namespaces_of(pid_t pid, const std::string& node) {
 
 }  // namespace
 
-int command_exec(const std::string& node, const std::vector<std::string>& command) {
+int command_exec(const std::string& node, pid_t lab, const std::vector<std::string>& command) {
   if (command.empty()) {
     std::fprintf(stderr, "erpslab: exec %s what? Say a command\n", node.c_str());
     return kMistaken;
   }
   try {
-    const auto daemons = daemons_with(std::string(kWorkDirectory) + "/" + node + ".toml");
-    if (daemons.size() != 1) {
-      throw LabError(daemons.empty() ? "no laboratory with a node " + node + " is running"
-                                     : "several laboratories with a node " + node +
-                                           " are running: end the others first");
-    }
+    const pid_t daemon = find_daemon(node, lab);
     std::vector<std::string> copies = command;
     std::vector<char*> argv;
     argv.reserve(copies.size() + 1);
@@ -99,7 +131,7 @@ int command_exec(const std::string& node, const std::vector<std::string>& comman
       argv.push_back(argument.data());
     }
     argv.push_back(nullptr);
-    join_namespaces_of(daemons[0], node);
+    join_namespaces_of(daemon, node);
     const pid_t child = fork();  // only a child is in the process namespace
     if (child == 0) {
       find_our_programs();

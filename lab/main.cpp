@@ -44,6 +44,9 @@ int run_command_line(int argc, char** argv) {
   CLI::App* exec_command =
       app.add_subcommand("exec", "Run a command inside a node of a network that is running");
   exec_command->add_option("NODE", inside, "Name of the node")->required();
+  pid_t lab = 0;
+  exec_command->add_option("--lab", lab,
+                           "Process ID of the erpslab that is meant, where several run");
   exec_command->prefix_command();  // what follows is the command's own
   exec_command->footer("Example: erpslab exec n1 bridge -d link\n");
 
@@ -53,7 +56,7 @@ int run_command_line(int argc, char** argv) {
     return app.exit(error) == 0 ? erps::lab::kHeld : erps::lab::kMistaken;
   }
   if (exec_command->parsed()) {
-    return erps::lab::command_exec(inside, exec_command->remaining());
+    return erps::lab::command_exec(inside, lab, exec_command->remaining());
   }
   return run_command->parsed() ? erps::lab::command_run(run)
                                : erps::lab::command_config(topology, node);

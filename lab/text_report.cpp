@@ -284,9 +284,7 @@ std::string TextReport::summary(const RunReport& report) const {
   if (!report.complete) {
     text += verdict(false) + "  stopped after a step that failed; --keep-going does the rest\n";
   }
-  text +=
-      "outage: the longest time between two frames that arrived one after the other while some "
-      "was under way or lost\n";
+  text += "outage: the longest time between two arrivals while a frame was under way or lost\n";
   return text + (report.passed() ? verdict(true) : verdict(false)) + "\n";
 }
 

@@ -17,15 +17,17 @@ using nlohmann::json;
 constexpr std::chrono::seconds kShort{20};
 constexpr std::chrono::seconds kUntilIdle{60};
 
-LabResult inside(const std::string& node, const std::vector<std::string>& command) {
-  std::vector<std::string> arguments = {lab_path(), "exec", node};
+LabResult inside(const LabProcess& lab, const std::string& node,
+                 const std::vector<std::string>& command) {
+  std::vector<std::string> arguments = {lab_path(), "exec", "--lab", std::to_string(lab.pid()),
+                                        node};
   arguments.insert(arguments.end(), command.begin(), command.end());
   return LabProcess(arguments).wait(kShort);
 }
 
 // The ports that the kernel keeps frames from passing, by name.
-std::set<std::string> closed_by_kernel(const std::string& node) {
-  const LabResult result = inside(node, {"bridge", "-j", "-d", "link"});
+std::set<std::string> closed_by_kernel(const LabProcess& lab, const std::string& node) {
+  const LabResult result = inside(lab, node, {"bridge", "-j", "-d", "link"});
   EXPECT_EQ(result.status, 0) << result.err;
   std::set<std::string> closed;
   for (const json& port : json::parse(result.out)) {
@@ -41,8 +43,8 @@ std::set<std::string> closed_by_kernel(const std::string& node) {
   return closed;
 }
 
-std::set<std::string> closed_by_erpsctl(const std::string& node) {
-  const LabResult result = inside(node, {"erpsctl", "show", "--json"});
+std::set<std::string> closed_by_erpsctl(const LabProcess& lab, const std::string& node) {
+  const LabResult result = inside(lab, node, {"erpsctl", "show", "--json"});
   EXPECT_EQ(result.status, 0) << result.err;
   std::set<std::string> closed;
   const json shown = json::parse(result.out);
@@ -74,11 +76,11 @@ class Inside : public ::testing::Test {
 
 TEST_F(Inside, BridgeLinkShowsTheBlockedPortsThatErpsctlNames) {
   hold("");
-  EXPECT_EQ(closed_by_kernel("n1"), std::set<std::string>{"p2"});
-  EXPECT_EQ(closed_by_kernel("n2"), std::set<std::string>{});
-  EXPECT_EQ(closed_by_kernel("n4"), std::set<std::string>{"p2"});
+  EXPECT_EQ(closed_by_kernel(*lab_, "n1"), std::set<std::string>{"p2"});
+  EXPECT_EQ(closed_by_kernel(*lab_, "n2"), std::set<std::string>{});
+  EXPECT_EQ(closed_by_kernel(*lab_, "n4"), std::set<std::string>{"p2"});
   for (const char* node : {"n1", "n2", "n3", "n4"}) {
-    EXPECT_EQ(closed_by_kernel(node), closed_by_erpsctl(node)) << node;
+    EXPECT_EQ(closed_by_kernel(*lab_, node), closed_by_erpsctl(*lab_, node)) << node;
   }
   lab_->signal(SIGINT);
   EXPECT_EQ(lab_->wait(kShort).status, 128 + SIGINT);
@@ -86,17 +88,18 @@ TEST_F(Inside, BridgeLinkShowsTheBlockedPortsThatErpsctlNames) {
 
 TEST_F(Inside, TheSameHoldsWhileALinkIsCut) {
   hold("[[step]]\ncut = \"n3-n4\"\n");
-  EXPECT_EQ(closed_by_kernel("n1"), std::set<std::string>{});
-  EXPECT_EQ(closed_by_kernel("n3"), std::set<std::string>{"p2"});
-  EXPECT_EQ(closed_by_kernel("n4"), std::set<std::string>{"p1"});
+  EXPECT_EQ(closed_by_kernel(*lab_, "n1"), std::set<std::string>{});
+  EXPECT_EQ(closed_by_kernel(*lab_, "n3"), std::set<std::string>{"p2"});
+  EXPECT_EQ(closed_by_kernel(*lab_, "n4"), std::set<std::string>{"p1"});
   for (const char* node : {"n1", "n2", "n3", "n4"}) {
-    EXPECT_EQ(closed_by_kernel(node), closed_by_erpsctl(node)) << node;
+    EXPECT_EQ(closed_by_kernel(*lab_, node), closed_by_erpsctl(*lab_, node)) << node;
   }
 }
 
 TEST_F(Inside, ACommandEndsWithTheNetwork) {
   hold("");
-  LabProcess monitor({lab_path(), "exec", "n1", "ip", "monitor"});
+  LabProcess monitor(
+      {lab_path(), "exec", "--lab", std::to_string(lab_->pid()), "n1", "ip", "monitor"});
   const auto deadline = std::chrono::steady_clock::now() + kShort;
   while (monitor.processes().size() < 2 && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -107,7 +110,7 @@ TEST_F(Inside, ACommandEndsWithTheNetwork) {
 }
 
 TEST(InsideNothing, ANodeThatDoesNotRunIsNamed) {
-  const LabResult result = inside("nobody", {"true"});
+  const LabResult result = LabProcess({lab_path(), "exec", "nobody", "true"}).wait(kShort);
   EXPECT_EQ(result.status, 3);
   EXPECT_EQ(result.err, "erpslab: no laboratory with a node nobody is running\n");
 }

@@ -26,6 +26,7 @@ class LabProcess {
   LabProcess(const LabProcess&) = delete;
   LabProcess& operator=(const LabProcess&) = delete;
 
+  pid_t pid() const { return pid_; }
   void signal(int number) const;
   // Waits until it has ended; a test that waits longer than this has failed.
   LabResult wait(std::chrono::seconds longest);
