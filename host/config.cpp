@@ -74,6 +74,11 @@ std::vector<std::string> warnings_of(const std::string& path, const FileSettings
       warn(ring.at("revertive"), client::kNonRevertiveHazard);
     }
   }
+  // One node cannot see how the other one is configured.
+  for (const Settings& sub_ring : file.sub_rings) {
+    const Setting& role = sub_ring.at("interconnection");
+    warn(role, "interconnection = \"" + role.text + "\": " + client::kWatchingNeedsMarking);
+  }
   return warnings;
 }
 

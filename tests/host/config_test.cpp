@@ -155,6 +155,21 @@ TEST(ConfigReading, PlainNodeKeepsTheOrderOfItsPorts) {
   EXPECT_EQ(config.rings.at(0).ring.port1, 1u);
 }
 
+TEST(ConfigReading, AnInterconnectionNodeIsWarnedOfTheRoleOfTheOther) {
+  for (const std::string role : {"watching", "marking"}) {
+    const Config config =
+        read(std::string(kPorts) + kRing + "[[sub_ring]]\nid = 2\nmajor_ring = 1\nport = 3\n" +
+             "interconnection = \"" + role + "\"\n");
+    ASSERT_EQ(config.warnings.size(), 1u);
+    EXPECT_NE(config.warnings[0].find("warning: interconnection = \"" + role +
+                                      "\": the other interconnection node of this sub-ring must "
+                                      "have the other interconnection role: two watching nodes "
+                                      "build a loop"),
+              std::string::npos)
+        << config.warnings[0];
+  }
+}
+
 TEST(ConfigReading, HazardousSettingsAreAcceptedWithAWarning) {
   const test::TemporaryFile file(std::string(kPorts) + kRing +
                                  "revertive = false\n[timers]\nwtr_ms = 1500\n");
