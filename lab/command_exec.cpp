@@ -107,11 +107,16 @@ void find_our_programs() {
 
 void join_namespaces_of(pid_t pid, const std::string& node) {
   const UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
-  const int kinds = CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWNS | CLONE_NEWPID |
-                    (is_own_user_namespace(pid) ? 0 : CLONE_NEWUSER);
+  const bool other_user = !is_own_user_namespace(pid);
+  const int kinds =
+      CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWNS | CLONE_NEWPID | (other_user ? CLONE_NEWUSER : 0);
   if (!process.is_open() || setns(process.get(), kinds) != 0) {
     throw LabError("node " + node + " cannot be entered: " + std::strerror(errno) +
                    "; only who runs the laboratory and root may");
+  }
+  // Its daemons run as root of their user namespace, and answer root only.
+  if (other_user && (setresgid(0, 0, 0) != 0 || setresuid(0, 0, 0) != 0)) {
+    throw system_error("node " + node + " cannot be entered as root");
   }
 }
 
