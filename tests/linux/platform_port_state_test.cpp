@@ -144,6 +144,44 @@ TEST_F(PortStateTest, GuardHoldsWhileTheCarrierFlaps) {
   EXPECT_EQ(std::count_if(at_one.begin(), at_one.end(), is_data), 0);
 }
 
+// The guard by itself, as it stands between the carrier's return and the state that is put right.
+TEST_F(PortStateTest, GuardAloneHoldsAPortThatTheKernelHasOpened) {
+  start_platform();
+  open_both();
+  const Wire one("w1");
+  const Wire two("w2");
+  ASSERT_EQ(adp_set_port_erps_state(1, 1), 0);
+  set_up("w1", false);
+  ASSERT_TRUE(eventually([] { return kernel_link("p1").port_state == BR_STATE_DISABLED; }));
+  set_up("w1", true);
+  ASSERT_TRUE(eventually([] { return kernel_link("p1").port_state == BR_STATE_FORWARDING; }));
+  ASSERT_TRUE(eventually([] { return (kernel_link("w1").interface_flags & IFF_RUNNING) != 0; }));
+  ASSERT_TRUE(guarded("p1"));
+  one.take();
+
+  const MacAddress group{0x01, 0x00, 0x5E, 0x01, 0x02, 0x03};
+  uint32_t number = 0;
+  for (const MacAddress& to : {kBroadcast, group, kHostA, kHostB}) {
+    const Bytes outward = data_frame(to, kHostB, ++number);
+    const Bytes inward = data_frame(to, kHostA, ++number);
+    ASSERT_TRUE(two.send(outward));
+    ASSERT_TRUE(one.send(inward));
+  }
+  EXPECT_FALSE(eventually(
+      [&] {
+        for (const Wire* wire : {&one, &two}) {
+          for (const Bytes& frame : wire->take()) {
+            if (is_data(frame)) {
+              ADD_FAILURE() << "frame " << number_of(frame) << " came through";
+            }
+          }
+        }
+        return HasFailure();
+      },
+      std::chrono::milliseconds(50)));
+  EXPECT_EQ(output_of("bridge fdb show br br0").find("02:aa:00:00:00:01"), std::string::npos);
+}
+
 // The kernel floods frames of the node's own past the port's flooding flags, and it has made the
 // port forwarding by itself when the carrier came back; nobody has put that right yet.
 TEST_F(PortStateTest, FramesOfTheNodeItselfDoNotLeaveThroughAGuardedPort) {
