@@ -98,13 +98,13 @@ TEST_F(Inside, TheSameHoldsWhileALinkIsCut) {
 
 TEST_F(Inside, ACommandEndsWithTheNetwork) {
   hold("");
-  LabProcess monitor(
-      {lab_path(), "exec", "--lab", std::to_string(lab_->pid()), "n1", "ip", "monitor"});
+  LabProcess monitor({lab_path(), "exec", "--lab", std::to_string(lab_->pid()), "n1", "sh", "-c",
+                      "echo started; exec ip monitor"});
   const auto deadline = std::chrono::steady_clock::now() + kShort;
-  while (monitor.processes().size() < 2 && std::chrono::steady_clock::now() < deadline) {
+  while (monitor.out_so_far() != "started\n") {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline) << monitor.err_so_far();
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  EXPECT_EQ(monitor.processes().size(), 2U);
   lab_->signal(SIGKILL);
   EXPECT_EQ(monitor.wait(kShort).status, 128 + SIGKILL);
 }

@@ -158,6 +158,10 @@ LabResult LabProcess::wait(std::chrono::seconds longest) {
   return result;
 }
 
+std::string LabProcess::out_so_far() const {
+  return read_file(out_path_);
+}
+
 std::string LabProcess::err_so_far() const {
   return read_file(err_path_);
 }

@@ -31,6 +31,7 @@ class LabProcess {
   // Waits until it has ended; a test that waits longer than this has failed.
   LabResult wait(std::chrono::seconds longest);
 
+  std::string out_so_far() const;
   std::string err_so_far() const;
 
   // The processes that carry the mark, and the namespaces that they are in.
