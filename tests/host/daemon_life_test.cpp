@@ -15,6 +15,7 @@
 
 #include "client/client.h"
 #include "client/error.h"
+#include "client/hazards.h"
 #include "client/words.h"
 #include "tests/client/ipc_namespace.h"
 #include "tests/client/run_program.h"
@@ -242,6 +243,10 @@ TEST_F(DaemonLife, SecondDaemonIsRefusedAndTheFirstGoesOn) {
                             "itself, and after a failed link has returned both of its ends keep "
                             "repeating R-APS(SF); if two repeats cross on the ring, both ends "
                             "unblock and the ring is a loop until an operator acts\n"
+                            "log5 " +
+                            config_.path() + ":28: warning: interconnection = \"watching\": " +
+                            client::kWatchingNeedsMarking +
+                            "\n"
                             "log3 erpsd is already running in this IPC namespace (process " +
                             std::to_string(first.pid()) + ")\n");
   EXPECT_TRUE(client::Client().any_ring_enabled());
