@@ -1,12 +1,12 @@
-# erps_add_tests(TARGET LABEL name TIMEOUT seconds [SANITIZE] [SERIAL])
+# erps_add_tests(TARGET LABEL name TIMEOUT seconds [SERIAL] [SANITIZE address|undefined|thread ...])
 #
-# Registers the cases of a GoogleTest program one by one. A build with a sanitizer registers the whole
-# program as one test instead, labelled "sanitize", if it is to run there (SANITIZE): a process a
-# case costs more there than the cases themselves. SERIAL: nothing else runs beside it.
+# Registers the cases of a GoogleTest program one by one. A build with one of the named sanitizers
+# registers the whole program as one test instead, labelled "sanitize": a process a case costs more
+# there than the cases themselves. SERIAL: nothing else runs beside it.
 include(GoogleTest)
 
 function(erps_add_tests target)
-  cmake_parse_arguments(TESTS "SANITIZE;SERIAL" "LABEL;TIMEOUT" "" ${ARGN})
+  cmake_parse_arguments(TESTS "SERIAL" "LABEL;TIMEOUT" "SANITIZE" ${ARGN})
   if(NOT ERPS_SANITIZE)
     # One label: discovery at test time takes a list of labels apart.
     set(properties LABELS ${TESTS_LABEL} TIMEOUT ${TESTS_TIMEOUT})
@@ -14,7 +14,7 @@ function(erps_add_tests target)
       list(APPEND properties RUN_SERIAL TRUE)
     endif()
     gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
-  elseif(TESTS_SANITIZE)
+  elseif(ERPS_SANITIZE IN_LIST TESTS_SANITIZE)
     add_test(NAME ${target} COMMAND ${target})
     set_tests_properties(${target} PROPERTIES
       LABELS sanitize TIMEOUT 900 RUN_SERIAL TRUE SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\] [1-9]")
