@@ -1,6 +1,7 @@
 #include "lab/command_exec.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <sched.h>
 #include <signal.h>
@@ -107,10 +108,14 @@ void find_our_programs() {
 
 void join_namespaces_of(pid_t pid, const std::string& node) {
   const UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  const std::string root_path = "/proc/" + std::to_string(pid) + "/root";
+  const UniqueFd root(open(root_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   const bool other_user = !is_own_user_namespace(pid);
   const int kinds =
       CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWNS | CLONE_NEWPID | (other_user ? CLONE_NEWUSER : 0);
-  if (!process.is_open() || setns(process.get(), kinds) != 0) {
+  // Its root directory too, which is not that of its mount namespace in a chroot.
+  if (!process.is_open() || !root.is_open() || setns(process.get(), kinds) != 0 ||
+      fchdir(root.get()) != 0 || chroot(".") != 0) {
     throw LabError("node " + node + " cannot be entered: " + std::strerror(errno) +
                    "; only who runs the laboratory and root may");
   }

@@ -64,13 +64,17 @@ NodeNamespace::NodeNamespace(std::string name) : name_(std::move(name)) {
     network_ = open_own("net");
     ipc_ = open_own("ipc");
     mount_ = open_own("mnt");
+    root_ = UniqueFd(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!root_.is_open()) {
+      throw system_error("the root directory of " + name_);
+    }
   });
 }
 
 void NodeNamespace::run(const std::function<void()>& function) const {
   run_in_thread([&] {
     if (setns(network_.get(), CLONE_NEWNET) != 0 || setns(ipc_.get(), CLONE_NEWIPC) != 0 ||
-        setns(mount_.get(), CLONE_NEWNS) != 0) {
+        setns(mount_.get(), CLONE_NEWNS) != 0 || fchdir(root_.get()) != 0 || chroot(".") != 0) {
       throw system_error("the namespaces of " + name_ + " cannot be entered");
     }
     function();

@@ -28,6 +28,7 @@ class NodeNamespace {
  private:
   std::string name_;
   UniqueFd network_, ipc_, mount_;
+  UniqueFd root_;  // the root directory inside: not that of the mount namespace in a chroot
 };
 
 }  // namespace erps::lab

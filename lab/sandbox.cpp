@@ -12,7 +12,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <fstream>
+#include <string>
 
 #include "lab/clock.h"
 #include "lab/lab_error.h"
@@ -55,10 +58,33 @@ void enter_namespaces() {
   write_file("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
 }
 
-void mount_private_files() {
-  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+bool sees_shared_mount() {
+  std::ifstream mounts("/proc/self/mountinfo");
+  bool readable = false;
+  for (std::string line; std::getline(mounts, line); readable = true) {
+    if (line.find(" shared:") != std::string::npos) {
+      return true;
+    }
+  }
+  return !readable;
+}
+
+// What is mounted from here on must not show outside.
+void make_mounts_private() {
+  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0) {
+    return;
+  }
+  // In a chroot the root is a plain directory, for which the kernel cannot do it. Whoever made the
+  // chroot has seen to it when none of the mounts in it is shared.
+  const int error = errno;
+  if (error != EINVAL || sees_shared_mount()) {
+    errno = error;
     throw system_error("the mounts cannot be made private");
   }
+}
+
+void mount_private_files() {
+  make_mounts_private();
   if (mount("erpslab", "/run", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0) {
     throw system_error("an empty /run cannot be mounted");
   }
