@@ -145,17 +145,24 @@ void clear_switch(ERPSM_T* ring) {
   }
 }
 
-void clear_pending_at_owner(ERPSM_T* ring) {
-  stop_delay_timers(ring);
+// The owner puts the RPL block back, unless it stands, and announces it.
+void revert_at_owner(ERPSM_T* ring, uint32_t cause, uint32_t (*flush)(ERPSM_T*)) {
   if (RPL_port_is_block(ring) != 0) {
-    erps_Tx_R_APS(ring, kNr, 1, 1, ENTER_CLEAR);
+    erps_Tx_R_APS(ring, kNr, 1, 1, cause);
     erps_unblock_non_RPL_port(ring);
     return;
   }
   erps_block_RPL_port(ring);
-  erps_Tx_R_APS(ring, kNr, 0, 1, ENTER_CLEAR);
+  erps_Tx_R_APS(ring, kNr, 0, 1, cause);
   erps_unblock_non_RPL_port(ring);
-  ERPS_flush_FDB(ring);
+  flush(ring);
+}
+
+uint32_t flush_first_port(ERPSM_T* ring) {
+  if (ring->port_list != nullptr) {
+    ring->flush_port = static_cast<int32_t>(ring->port_list->port_id);
+  }
+  return ERPS_flush_FDB(ring);
 }
 
 }  // namespace
@@ -198,7 +205,8 @@ uint32_t ERPS_clear_enter_state(ERPS_STATE_ENTRY_T* entry) {
       return hop(ring, STATE_PENDING);
     case STATE_PENDING:
       if (is_owner(ring)) {
-        clear_pending_at_owner(ring);
+        stop_delay_timers(ring);
+        revert_at_owner(ring, ENTER_CLEAR, ERPS_flush_FDB);
       }
       return hop(ring, STATE_IDLE);
     default:
@@ -375,15 +383,7 @@ uint32_t ERPS_WTR_expires_enter_state(ERPS_STATE_ENTRY_T* entry) {
     case STATE_PENDING:
       if (is_owner(ring)) {
         erps_stop_WTB_timer(&ring->wtb_timer);
-        if (RPL_port_is_block(ring) == 0) {
-          erps_block_RPL_port(ring);
-          erps_Tx_R_APS(ring, kNr, 0, 1, ENTER_WTR_EXPIRES);
-          erps_unblock_non_RPL_port(ring);
-          ERPS_flush_FDB_ring_port(ring);
-        } else {
-          erps_Tx_R_APS(ring, kNr, 1, 1, ENTER_WTR_EXPIRES);
-          erps_unblock_non_RPL_port(ring);
-        }
+        revert_at_owner(ring, ENTER_WTR_EXPIRES, ERPS_flush_FDB_ring_port);
       }
       return hop(ring, STATE_IDLE);
     case STATE_IDLE:
@@ -403,18 +403,7 @@ uint32_t ERPS_WTB_expires_enter_state(ERPS_STATE_ENTRY_T* entry) {
     case STATE_PENDING:
       if (is_owner(ring)) {
         erps_stop_WTR_timer(&ring->wtr_timer);
-        if (RPL_port_is_block(ring) == 0) {
-          erps_block_RPL_port(ring);
-          erps_Tx_R_APS(ring, kNr, 0, 1, ENTER_WTB_EXPIRES);
-          erps_unblock_non_RPL_port(ring);
-          if (ring->port_list != nullptr) {
-            ring->flush_port = static_cast<int32_t>(ring->port_list->port_id);
-          }
-          ERPS_flush_FDB(ring);
-        } else {
-          erps_Tx_R_APS(ring, kNr, 1, 1, ENTER_WTB_EXPIRES);
-          erps_unblock_non_RPL_port(ring);
-        }
+        revert_at_owner(ring, ENTER_WTB_EXPIRES, flush_first_port);
       }
       return hop(ring, STATE_IDLE);
     case STATE_IDLE:
