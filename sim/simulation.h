@@ -41,8 +41,10 @@ class Simulation {
   Simulation(const Simulation&) = delete;
   Simulation& operator=(const Simulation&) = delete;
 
-  // Observers are told in the order in which they were added, and outlive the simulation.
+  // Observers are told in the order in which they were added. They outlive the simulation or stop
+  // observing it, outside of the run_ functions.
   void observe(Observer& observer) { world_.observers.push_back(&observer); }
+  void stop_observing(Observer& observer) { std::erase(world_.observers, &observer); }
 
   int64_t now_us() const { return world_.now_us(); }
   void run_until(int64_t time_us);
