@@ -41,6 +41,7 @@ class Network {
   // A failed strand leads away from ends[end] of the link.
   void fail(LinkIndex link, size_t end, bool silent = false);
   void repair(LinkIndex link, size_t end);
+  void set_raps_faults(LinkIndex link, const RapsFaults& faults) { plans_.at(link).raps = faults; }
   bool carries(LinkIndex link, size_t end) const { return strand(link, end).works; }
   // Whether both strands work.
   bool is_whole(LinkIndex link) const { return carries(link, 0) && carries(link, 1); }

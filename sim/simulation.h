@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "sim/management.h"
+#include "sim/module_records.h"
 #include "sim/network.h"
 #include "sim/node.h"
 #include "sim/observer.h"
@@ -61,6 +62,10 @@ class Simulation {
     network_.fail(link, end, silent);
   }
   void repair_strand(LinkIndex link, size_t end) { network_.repair(link, end); }
+  // From now on, in place of what the topology says.
+  void set_raps_faults(LinkIndex link, const RapsFaults& faults) {
+    network_.set_raps_faults(link, faults);
+  }
   // A node loses its power, and gets it back.
   void crash(NodeIndex node) { nodes_.at(node)->crash(); }
   void restart(NodeIndex node) { nodes_.at(node)->power_on(); }
@@ -91,6 +96,9 @@ class Simulation {
   bool port_forwards(const LinkEnd& port) const {
     return nodes_.at(port.node)->forwards(port.port);
   }
+  // The rings and timers in the memory of the node's module; none while the node has no power. Good
+  // until the simulation goes on.
+  ModuleRecords records(NodeIndex node) { return nodes_.at(node)->records(); }
   uint64_t trace_hash() const { return world_.trace_hash(); }
   uint64_t seed() const { return world_.options.seed; }
 
