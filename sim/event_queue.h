@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/event_queue.h"
@@ -49,6 +50,16 @@ class EventQueue {
   // The packet of the event that is being handled, or null.
   const Packet* given_packet() const {
     return given_packet_ != nullptr ? &given_packet_->packet : nullptr;
+  }
+  // The link change that is being handled, if one is.
+  struct LinkChange {
+    uint32_t port = 0;
+    bool up = false;
+  };
+  std::optional<LinkChange> given_link() const {
+    return given_link_ == nullptr
+               ? std::nullopt
+               : std::optional(LinkChange{given_link_->interface, given_link_->state == 1});
   }
   // Null for a handle that is none.
   const Packet* find_packet(uint32_t handle) const;

@@ -139,6 +139,9 @@ bool Node::transmit(uint32_t port, const uint8_t* bytes, size_t length) {
   if (frame.is_raps()) {
     world.record(index, RecordKind::kFrameSent, port, frame.raps_summary(), frame.raps_node());
   }
+  for (Observer* observer : world.observers) {
+    observer->on_transmission(world.now_us(), index, port, frame.bytes);
+  }
   network_.send(index, port, frame);
   return true;
 }
@@ -159,9 +162,14 @@ int Node::receive_event(ERPS_EVENT_MSG_T& event) {
   handling_ = &task;
   constexpr uintptr_t kConfigurationEvent = 4;
   constexpr uintptr_t kPacketEvent = 2;
-  const bool numeric = event.type == kConfigurationEvent;
-  world.record(index, RecordKind::kEvent, 0, static_cast<uint32_t>(event.type),
-               numeric ? static_cast<uint32_t>(event.payload) : 0);
+  const auto type = static_cast<uint32_t>(event.type);
+  if (const auto link = events.given_link()) {
+    world.record(index, RecordKind::kEvent, link->port, type, link->up ? 1 : 0);
+  } else {
+    const bool numeric = event.type == kConfigurationEvent;
+    world.record(index, RecordKind::kEvent, 0, type,
+                 numeric ? static_cast<uint32_t>(event.payload) : 0);
+  }
   if (event.type == kPacketEvent) {
     const auto* packet = events.given_packet();
     world.record(index, RecordKind::kFrameReceived, packet->port, packet->frame.raps_summary(),

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "sim/forwarding.h"
 #include "sim/trace.h"
@@ -12,6 +13,9 @@ class Observer {
  public:
   virtual ~Observer() = default;
   virtual void on_record(const Record& /*record*/) {}
+  // A module hands a frame to its switch, whatever it takes it for.
+  virtual void on_transmission(int64_t /*time_us*/, NodeIndex /*node*/, uint32_t /*port*/,
+                               const std::vector<uint8_t>& /*bytes*/) {}
   // At the end of every instant in which a port, a link or a node changed what it forwards.
   virtual void on_forwarding(int64_t /*time_us*/, const Forwarding& /*forwarding*/) {}
   virtual void on_log(int64_t /*time_us*/, NodeIndex /*node*/, int /*level*/,

@@ -15,7 +15,8 @@ enum class RecordKind : uint32_t {
   kTaskEnded,      // a: task, b: result
   kSignal,         // port: physical signal; a: 1 there, 0 lost
   kCarrier,        // port: detected; a: 1 up, 0 down
-  kEvent,          // handed to the protocol task; a: type, b: numeric payload if it has one
+  kEvent,          // handed to the protocol task; a: type; of a link change port and b: 1 up,
+                   // 0 down; else b: numeric payload if it has one
   kPortAsked,      // port, a: 4 forwarding, 1 discarding
   kPortApplied,    // port, a: as above
   kFlush,          // port, a: addresses forgotten
