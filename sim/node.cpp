@@ -41,10 +41,26 @@ void Node::power_on() {
   }
   powered_ = true;
   fabric.power_on();
+  open_plain_ports();
   module_ = std::make_unique<ModuleCopy>(world.options.module_path);
   host_ = make_task(
       "host", [this] { run_host(); }, world.chance.in(world.timing.boot_us));
   network_.power_changed(index);
+}
+
+// Ports of no ring are ordinary ports of the switch.
+void Node::open_plain_ports() {
+  for (uint32_t port = 1; port <= fabric.ports(); ++port) {
+    const bool in_ring = std::any_of(plan.rings.begin(), plan.rings.end(),
+                                     [=](const RingConfig& ring) {
+                                       return ring.port0 == port || ring.port1 == port;
+                                     }) ||
+                         std::any_of(plan.sub_rings.begin(), plan.sub_rings.end(),
+                                     [=](const SubRingConfig& ring) { return ring.port == port; });
+    if (!in_ring && !fabric.ask(port, kForwarding, false)) {
+      world.report(plan.name + ": port " + std::to_string(port) + " cannot be opened");
+    }
+  }
 }
 
 void Node::crash() {
@@ -79,6 +95,7 @@ void Node::lose_power() {
   locks.forget();
   message_queues.clear();
   module_.reset();
+  addresses_ = {};
   heap.release_all();
 }
 
@@ -120,6 +137,16 @@ void Node::send_probe(uint32_t probe, const MacAddress& destination) {
   std::copy(destination.begin(), destination.end(), frame.bytes.begin());
   std::copy(plan.address.begin(), plan.address.end(), frame.bytes.begin() + raps::kSourceOffset);
   pass_on(kHostPort, std::move(frame));
+}
+
+ModuleRecords Node::records() {
+  if (module_ == nullptr) {
+    return {};
+  }
+  if (addresses_.rings == nullptr) {
+    addresses_ = RecordAddresses::of(*module_);
+  }
+  return {addresses_, clock_us()};
 }
 
 bool Node::set_port_state(uint32_t port, uint32_t state) {

@@ -20,6 +20,7 @@
 #include "sim/management.h"
 #include "sim/message_queue.h"
 #include "sim/module_copy.h"
+#include "sim/module_records.h"
 #include "sim/network.h"
 #include "sim/node_heap.h"
 #include "sim/world.h"
@@ -42,6 +43,8 @@ class Node final : public Station {
   // Whether the node's configuration has been taken, every request of it accepted.
   bool configured() const { return configured_; }
   void send_probe(uint32_t probe, const MacAddress& destination);
+  // What the module holds now; nothing without power.
+  ModuleRecords records();
 
   void on_frame(uint32_t port, Frame frame) override;
   void on_carrier(uint32_t port, bool up) override;
@@ -87,6 +90,7 @@ class Node final : public Station {
   std::unique_ptr<Task> make_task(const std::string& name, std::function<void()> body,
                                   int64_t delay_us);
   void lose_power();
+  void open_plain_ports();
   Started* find(const erps_task_desc& description);
   void run_host();
   Reply round_trip(const Request& request);
@@ -96,6 +100,7 @@ class Node final : public Station {
   Network& network_;
   const std::vector<Request> configuration_;
   std::unique_ptr<ModuleCopy> module_;
+  RecordAddresses addresses_;  // of module_, once they have been asked for
   std::unique_ptr<Task> host_;
   std::vector<std::unique_ptr<Started>> started_;
   std::vector<std::unique_ptr<Task>> past_tasks_;  // alarms may still be set on them
