@@ -184,6 +184,29 @@ std::optional<Located<std::vector<int64_t>>> TomlTable::integers(const char* key
   return Located<std::vector<int64_t>>{std::move(values), line_of_node(*node)};
 }
 
+std::optional<Located<std::array<int64_t, 2>>> TomlTable::range(const char* key, int64_t min,
+                                                                int64_t max, const char* unit) {
+  const toml::node* node = find(key);
+  if (node == nullptr) {
+    return std::nullopt;
+  }
+  std::vector<int64_t> values;
+  if (const auto* single = node->as_integer()) {
+    values = {single->get(), single->get()};
+  } else if (const toml::array* array = node->as_array()) {
+    for (const toml::node& element : *array) {
+      const auto* value = element.as_integer();
+      values.push_back(value == nullptr ? min - 1 : value->get());
+    }
+  }
+  if (values.size() != 2 || values[0] < min || values[1] > max || values[0] > values[1]) {
+    wrong(key, with_unit(std::to_string(min), std::to_string(max), unit) +
+                   ", as a number or as [shortest, longest]");
+    return std::nullopt;
+  }
+  return Located<std::array<int64_t, 2>>{{values[0], values[1]}, line_of_node(*node)};
+}
+
 const toml::table* TomlTable::table(const char* key) {
   const toml::node* node = find(key);
   if (node == nullptr) {

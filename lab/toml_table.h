@@ -4,6 +4,7 @@
 
 #include <toml++/toml.h>
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -43,6 +44,9 @@ class TomlTable {
   // A text or a list of texts.
   std::optional<Located<std::vector<std::string>>> text_or_texts(const char* key);
   std::optional<Located<std::vector<int64_t>>> integers(const char* key, int64_t min, int64_t max);
+  // A number, or a list of two in ascending order.
+  std::optional<Located<std::array<int64_t, 2>>> range(const char* key, int64_t min, int64_t max,
+                                                       const char* unit = "");
   const toml::table* table(const char* key);
   // The tables of [[key]]; empty when there are none.
   std::vector<const toml::table*> tables(const char* key);

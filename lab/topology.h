@@ -31,9 +31,25 @@ struct LinkEnd {
   uint32_t port = 0;  // number of the port at this node, from 1
 };
 
+// Inclusive, in microseconds.
+struct DelayRange {
+  int64_t shortest = 50;
+  int64_t longest = 100;
+};
+
+// What a link is like in a simulation. A network that is built has its own delays.
+struct SimulatedLink {
+  DelayRange delay_us;
+  // R-APS frames in a million.
+  uint32_t lost_per_million = 0;
+  uint32_t duplicated_per_million = 0;
+  uint32_t overtaken_per_million = 0;
+};
+
 struct Link {
   std::string name;
   std::array<LinkEnd, 2> ends;
+  SimulatedLink simulated;
   uint32_t line = 0;
 
   bool touches(NodeIndex node) const { return ends[0].node == node || ends[1].node == node; }

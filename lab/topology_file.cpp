@@ -15,9 +15,12 @@ namespace {
 
 void read_all(const toml::table& root, TopologyFile& file) {
   TomlTable table(root, "topology", file.findings);
-  Reading reading{file.topology, file.findings, {}, {}, {}, {}};
+  Reading reading{file.topology, file.findings, {}, {}, {}, {}, {}};
   if (const auto name = table.text("name")) {
     file.topology.name = name->value;
+  }
+  if (const toml::table* simulation = table.table("simulation")) {
+    read_simulation(reading, *simulation);
   }
   // Definitions first, so that the order of the tables in the file does not matter.
   read_nodes(reading, table.tables("node"));

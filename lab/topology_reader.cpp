@@ -147,6 +147,8 @@ void read_links(Reading& reading, const std::vector<const toml::table*>& tables)
       link.name = name->value;
     }
     table.rename("link " + link.name);
+    link.simulated = reading.simulated_link;
+    read_simulated_link(table, link.simulated);
     if (topology.find_link(link.name)) {
       table.wrong("name", "another link is named " + link.name + "; give one of them a name");
       good = false;

@@ -17,8 +17,11 @@ struct Reading {
   Findings& findings;
   std::set<std::string> broken_nodes, broken_links, broken_hosts;
   std::set<int64_t> broken_rings;
+  SimulatedLink simulated_link;  // what the file says of every link
 };
 
+// [simulation], before anything that it gives defaults for.
+void read_simulation(Reading& reading, const toml::table& table);
 void read_nodes(Reading& reading, const std::vector<const toml::table*>& tables);
 void read_links(Reading& reading, const std::vector<const toml::table*>& tables);
 void read_hosts(Reading& reading, const std::vector<const toml::table*>& tables);
@@ -28,6 +31,9 @@ void read_bounds(Reading& reading, const toml::table& table);
 // [[step]] tables, with the steps of [script] in front.
 void read_script(Reading& reading, const toml::table* script,
                  const std::vector<const toml::table*>& tables);
+
+// The keys of a link that only a simulation looks at, over the defaults that are in `link`.
+void read_simulated_link(TomlTable& table, SimulatedLink& link);
 
 // A name as it may stand in the file; reports what is wrong with it.
 bool is_good_name(TomlTable& table, const char* key, const std::string& name);

@@ -46,8 +46,8 @@ const Mistake kFileMistakes[] = {
     {"NotToml", "name = \n", "f:1: error: this is not TOML"},
     {"NoNode", "name = \"empty\"\n", "f: error: no [[node]]: a topology has one node at least"},
     {"UnknownKeyAtTheTop", "nodes = 4\n" + kRing,
-     "f:1: error: topology: nodes: unknown key; allowed: name, node, link, host, ring, stream, "
-     "expect, script, step"},
+     "f:1: error: topology: nodes: unknown key; allowed: name, simulation, node, link, host, "
+     "ring, stream, expect, script, step"},
     {"NodeIsNoListOfTables", "node = 3\n",
      "f:1: error: topology: node = 3: allowed: tables that begin with [[node]]"},
 };
