@@ -21,6 +21,7 @@ ModuleCopy::ModuleCopy(const std::string& module_path)
   if (dlinfo(handle_.get(), RTLD_DI_LINKMAP, &map) != 0) {
     throw SimError(std::string("cannot look into the loaded module: ") + dlerror());
   }
+  load_address_ = map->l_addr;
   redirect_imports(*map);
   init_ = find("erps_module_init");
   start_ = find("erps_module_start");

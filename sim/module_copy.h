@@ -4,6 +4,7 @@
 // among copies, or imports what a simulation cannot supply.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -24,6 +25,10 @@ class ModuleCopy {
   int stop() const { return stop_(); }
   int exit() const { return exit_(); }
 
+  // The file that it was loaded from, and where to.
+  const std::string& path() const { return file_.path(); }
+  uintptr_t load_address() const { return load_address_; }
+
  private:
   using Call = int (*)();
   struct Unload {
@@ -34,6 +39,7 @@ class ModuleCopy {
 
   ModuleFile file_;
   std::unique_ptr<void, Unload> handle_;
+  uintptr_t load_address_ = 0;
   Call init_ = nullptr;
   Call start_ = nullptr;
   Call stop_ = nullptr;

@@ -1,0 +1,124 @@
+// The one place outside of the module that knows how its records are laid out.
+#include "sim/module_records.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <string>
+
+#include "erps/ring/ring.h"
+#include "sim/module_copy.h"
+#include "sim/module_symbols.h"
+
+namespace erps::sim {
+
+namespace {
+
+MacAddress mac(const uint8_t* bytes) {
+  MacAddress address{};
+  std::copy_n(bytes, address.size(), address.begin());
+  return address;
+}
+
+const ERPSM_T* first_ring(const RecordAddresses& addresses) {
+  return addresses.rings != nullptr ? *static_cast<const ERPSM_T* const*>(addresses.rings)
+                                    : nullptr;
+}
+
+PortSnapshot read_port(const ERPSM_T& ring, const ERPS_PORT_T& record) {
+  PortSnapshot port;
+  port.port = record.port_id;
+  port.present = !erps_is_sub_ring(&ring) || record.port_index == 0;
+  port.rpl = record.port_role == 1;
+  port.link_up = record.link_status == kLinkUp;
+  port.forwarding = record.port_state == ::kForwarding;
+  port.fail_count = record.fail_count;
+  port.rx_node_id = mac(record.rx_node_id);
+  port.rx_bpr = record.rx_bpr;
+  return port;
+}
+
+RingSnapshot read_ring(const ERPSM_T& record) {
+  RingSnapshot ring;
+  ring.ring = record.ring_id;
+  ring.ring_role = record.ring_role;
+  ring.node_role = record.node_role;
+  ring.enabled = record.enable != 0;
+  ring.revertive = record.non_revertive == 0;
+  ring.state = static_cast<uint32_t>(record.State);
+  ring.local_priority = record.local_priority;
+  ring.current_priority = record.current_priority;
+  size_t port = 0;
+  for (const ERPS_PORT_T* at = record.port_list; at != nullptr && port < ring.ports.size();
+       at = at->next) {
+    ring.ports[port++] = read_port(record, *at);
+  }
+  ring.sending = record.raps_timer.active != 0;
+  ring.tx_request = record.tx_request;
+  ring.tx_rb = record.tx_rb != 0;
+  ring.tx_dnf = record.tx_dnf != 0;
+  ring.guard_running = record.guard_running != 0;
+  ring.holdoff_running = record.holdoff_running != 0;
+  ring.inter_fault_port = record.inter_fault_port;
+  ring.notify_state = record.notify_state;
+  ring.local_node_id = mac(record.local_node_id);
+  ring.remote_node_id = mac(record.remote_node_id);
+  return ring;
+}
+
+}  // namespace
+
+const char* timer_name(TimerKind kind) {
+  static constexpr std::array<const char*, 5> kNames{"WTR", "WTB", "guard", "hold-off", "repeat"};
+  return kNames.at(static_cast<size_t>(kind));
+}
+
+RecordAddresses RecordAddresses::of(const ModuleCopy& module) {
+  static std::map<std::string, uintptr_t> offsets;
+  auto found = offsets.find(module.path());
+  if (found == offsets.end()) {
+    const ModuleSymbols symbols(module.path());
+    found = offsets.emplace(module.path(), symbols.variable("ring_list_head").offset).first;
+  }
+  return {reinterpret_cast<const void*>(module.load_address() + found->second)};
+}
+
+void ModuleRecords::read_rings(std::vector<RingSnapshot>& rings) const {
+  rings.clear();
+  for (const ERPSM_T* ring = first_ring(addresses_); ring != nullptr; ring = ring->next) {
+    rings.push_back(read_ring(*ring));
+  }
+}
+
+void ModuleRecords::read_timers(std::vector<TimerSnapshot>& timers) const {
+  timers.clear();
+  for (const ERPSM_T* ring = first_ring(addresses_); ring != nullptr; ring = ring->next) {
+    const std::array<const ERPS_TIMER_T*, 5> records{&ring->wtr_timer, &ring->wtb_timer,
+                                                     &ring->guard_timer, &ring->holdoff_timer,
+                                                     &ring->raps_timer};
+    for (size_t kind = 0; kind < records.size(); ++kind) {
+      const ERPS_TIMER_T& timer = *records[kind];
+      if (timer.active == 0) {
+        continue;
+      }
+      const int64_t expire_us =
+          int64_t{timer.expire.seconds} * 1'000'000 + timer.expire.microseconds;
+      timers.push_back(
+          {ring->ring_id, static_cast<TimerKind>(kind), (expire_us - clock_us_) / 1000});
+    }
+  }
+}
+
+std::vector<RingSnapshot> ModuleRecords::rings() const {
+  std::vector<RingSnapshot> result;
+  read_rings(result);
+  return result;
+}
+
+std::vector<TimerSnapshot> ModuleRecords::timers() const {
+  std::vector<TimerSnapshot> result;
+  read_timers(result);
+  return result;
+}
+
+}  // namespace erps::sim
