@@ -9,10 +9,13 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <new>
 #include <sstream>
 
+#include "erps/runtime/event_queue.h"
+#include "erps/timer/timer_list.h"
 #include "platform/log.h"
 #include "platform/packet_buffer.h"
 #include "platform/switch_adaptation.h"
@@ -54,6 +57,28 @@ std::vector<uint8_t> bytes_of(const adp_fp_rule_t& rule) {
 
 std::string event_text(void* queue, const ERPS_EVENT_MSG_T* message, int timeout_ms) {
   return list(platform().handle_name(queue), "type " + std::to_string(message->type), timeout_ms);
+}
+
+// The event, and behind it what a test wants to know of its payload: the first words of a message
+// buffer, the name of an expired timer.
+std::vector<uint8_t> event_bytes(const ERPS_EVENT_MSG_T& message) {
+  constexpr size_t kBufferBytes = 16;
+  const void* behind = nullptr;
+  size_t length = 0;
+  if (message.type == ERPS_EVENT_T_TIMER) {
+    behind = reinterpret_cast<const ERPS_TIMER_T*>(message.payload)->name;
+    length = sizeof ERPS_TIMER_T::name;
+  } else if (message.type == ERPS_EVENT_T_TOPO_CHANGE ||
+             message.type == ERPS_EVENT_T_NOTIFY_SUB_RING) {
+    behind = reinterpret_cast<const void*>(message.payload);
+    length = kBufferBytes;
+  }
+  std::vector<uint8_t> bytes(sizeof message + length);
+  memcpy(bytes.data(), &message, sizeof message);
+  if (length != 0) {
+    memcpy(bytes.data() + sizeof message, behind, length);
+  }
+  return bytes;
 }
 
 }  // namespace
@@ -145,7 +170,7 @@ int equeue_recv(void* queue, ERPS_EVENT_MSG_T* message, int flags) {
 }
 
 int equeue_send_ucast(void* queue, const ERPS_EVENT_MSG_T* message, int timeout_ms) {
-  platform().record(__func__, event_text(queue, message, timeout_ms));
+  platform().record(__func__, event_text(queue, message, timeout_ms), event_bytes(*message));
   return platform().queue_send(queue, *message);
 }
 
