@@ -26,8 +26,16 @@ inline Node& calling_node() {
 // The same, after other tasks may have had their turn.
 inline Node& preempted_node() {
   Task& task = calling_task();
-  task.node().world.preemption_point(task);
+  if (const int64_t lost_us = task.node().pace.preemption_us(); lost_us != 0) {
+    task.sleep(lost_us);
+  }
   return task.node();
+}
+
+// The same, or null when this call is one that fails.
+inline Node* able_node(PlatformCall call) {
+  Node& node = preempted_node();
+  return node.failures.strike(call) ? nullptr : &node;
 }
 
 }  // namespace erps::sim

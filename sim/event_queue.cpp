@@ -24,7 +24,7 @@ void EventQueue::close() {
 
 void EventQueue::wake_receiver() {
   if (receiver_ != nullptr) {
-    receiver_->wake_after(world_.chance.in(world_.timing.wakeup_us));
+    receiver_->wake_after(pace_.wakeup_us());
     receiver_ = nullptr;
   }
 }

@@ -15,13 +15,14 @@
 
 #include "platform/event_queue.h"
 #include "sim/frame.h"
+#include "sim/pace.h"
 #include "sim/world.h"
 
 namespace erps::sim {
 
 class EventQueue {
  public:
-  explicit EventQueue(World& world) : world_(world) {}
+  EventQueue(World& world, Pace& pace) : world_(world), pace_(pace) {}
 
   void open(const std::string& name) {
     name_ = name;
@@ -88,6 +89,7 @@ class EventQueue {
   bool take(ERPS_EVENT_MSG_T& event);
 
   World& world_;
+  Pace& pace_;
   std::string name_;
   bool opened_ = false;
   Task* receiver_ = nullptr;  // while it waits

@@ -46,6 +46,13 @@ void LearningSwitch::finish_event() {
   }
 }
 
+void LearningSwitch::abandon_openings() {
+  openings_ = false;
+  for (Port& port : ports_) {
+    port.asked = port.applied;
+  }
+}
+
 bool LearningSwitch::flush(uint32_t port) {
   if (!has(port)) {
     return false;

@@ -29,6 +29,8 @@ class LearningSwitch {
 
   [[nodiscard]] bool ask(uint32_t port, uint32_t state, bool in_event);
   void finish_event();
+  // The event will never be finished: what it would have opened stays blocked.
+  void abandon_openings();
   // What was last asked for; 0 for a port that the switch does not have.
   uint32_t asked(uint32_t port) const { return has(port) ? ports_[port].asked : 0; }
   bool forwards(uint32_t port) const {

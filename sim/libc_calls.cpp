@@ -37,14 +37,18 @@ int select(int count, fd_set* /*read*/, fd_set* /*write*/, fd_set* /*except*/, t
     return -1;
   }
   node.locks.check_none_held(task, "sleeps");
-  const int64_t deadline_us = node.world.now_us() + timeout->tv_sec * kSecond + timeout->tv_usec +
-                              node.world.chance.in(node.world.timing.tick_late_us);
+  const int64_t asked_us = timeout->tv_sec * kSecond + timeout->tv_usec;
+  const bool interrupted = node.failures.strike(PlatformCall::kSleep);
+  const int64_t slept_us = interrupted ? node.world.failures_chance.in({0, asked_us}) : asked_us;
+  const int64_t deadline_us =
+      node.world.now_us() + node.clock.lasting(slept_us) + node.pace.lateness_us();
   task.cancellation_point();
   while (node.world.now_us() < deadline_us) {
     task.sleep(deadline_us - node.world.now_us());
     task.cancellation_point();
   }
-  return 0;
+  errno = EINTR;
+  return interrupted ? -1 : 0;
 }
 
 int pthread_mutex_lock(pthread_mutex_t* mutex) {
@@ -80,7 +84,9 @@ pid_t getpid() {
 }
 
 int msgget(key_t key, int /*flags*/) {
-  return preempted_node().message_queues.open(key);
+  Node* node = able_node(PlatformCall::kOpenMessageQueue);
+  errno = ENOSPC;
+  return node != nullptr ? node->message_queues.open(key) : -1;
 }
 
 ssize_t msgrcv(int id, void* message, size_t capacity, long type, int flags) {
@@ -89,6 +95,10 @@ ssize_t msgrcv(int id, void* message, size_t capacity, long type, int flags) {
   if (queue == nullptr || (flags & IPC_NOWAIT) == 0) {
     node.world.report(node.plan.name + " waits for a message, or on a queue that does not exist");
     errno = EINVAL;
+    return -1;
+  }
+  if (node.failures.strike(PlatformCall::kReceiveMessage)) {
+    errno = EINTR;
     return -1;
   }
   const auto found = queue->find(type);
@@ -114,6 +124,10 @@ int msgsnd(int id, const void* message, size_t size, int /*flags*/) {
     errno = EINVAL;
     return -1;
   }
+  if (node.failures.strike(PlatformCall::kSendMessage)) {
+    errno = EAGAIN;
+    return -1;
+  }
   QueuedMessage queued;
   std::memcpy(&queued.type, message, sizeof queued.type);
   const auto* text = static_cast<const uint8_t*>(message) + sizeof queued.type;
@@ -128,7 +142,8 @@ int mq_unlink(const char* /*name*/) {
 }
 
 void* allocate(size_t bytes, const std::nothrow_t& /*tag*/) {
-  return preempted_node().heap.allocate(bytes);
+  Node* node = able_node(PlatformCall::kAllocate);
+  return node != nullptr ? node->heap.allocate(bytes) : nullptr;
 }
 
 void release(void* memory) {

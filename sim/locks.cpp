@@ -38,7 +38,7 @@ void Locks::unlock(const void* address, Task& task) {
   }
   mutex.owner = nullptr;
   if (!mutex.waiting.empty()) {
-    mutex.waiting.front()->wake_after(world_.chance.in(world_.timing.wakeup_us));
+    mutex.waiting.front()->wake_after(pace_.wakeup_us());
   }
 }
 

@@ -6,13 +6,14 @@
 #include <deque>
 #include <vector>
 
+#include "sim/pace.h"
 #include "sim/world.h"
 
 namespace erps::sim {
 
 class Locks {
  public:
-  explicit Locks(World& world) : world_(world) {}
+  Locks(World& world, Pace& pace) : world_(world), pace_(pace) {}
 
   void lock(const void* mutex, Task& task);
   void unlock(const void* mutex, Task& task);
@@ -30,6 +31,7 @@ class Locks {
   Mutex& find(const void* address);
 
   World& world_;
+  Pace& pace_;
   std::deque<Mutex> mutexes_;
 };
 

@@ -18,11 +18,14 @@ Node::Node(World& the_world, Network& network, NodeIndex node_index, const NodeP
       index(node_index),
       plan(node_plan),
       fabric(the_world, node_index, ports),
-      events(the_world),
-      locks(the_world),
+      pace(the_world),
+      clock(kEpochUs + the_world.chance.in({0, 999'999})),
+      failures(the_world, node_index),
+      events(the_world, pace),
+      locks(the_world, pace),
       network_(network),
       configuration_(configuration_of(node_plan)),
-      clock_offset_us_(kEpochUs + the_world.chance.in({0, 999'999})) {}
+      flush_worker_(the_world, fabric) {}
 
 Node::~Node() {
   lose_power();
@@ -42,23 +45,38 @@ void Node::power_on() {
   powered_ = true;
   fabric.power_on();
   open_plain_ports();
+  load_module();
+  network_.power_changed(index);
+}
+
+void Node::load_module() {
   module_ = std::make_unique<ModuleCopy>(world.options.module_path);
   host_ = make_task(
       "host", [this] { run_host(); }, world.chance.in(world.timing.boot_us));
-  network_.power_changed(index);
+  module_runs_ = true;
+}
+
+bool Node::is_ring_port(uint32_t port) const {
+  return std::any_of(
+             plan.rings.begin(), plan.rings.end(),
+             [=](const RingConfig& ring) { return ring.port0 == port || ring.port1 == port; }) ||
+         std::any_of(plan.sub_rings.begin(), plan.sub_rings.end(),
+                     [=](const SubRingConfig& ring) { return ring.port == port; });
 }
 
 // Ports of no ring are ordinary ports of the switch.
 void Node::open_plain_ports() {
   for (uint32_t port = 1; port <= fabric.ports(); ++port) {
-    const bool in_ring = std::any_of(plan.rings.begin(), plan.rings.end(),
-                                     [=](const RingConfig& ring) {
-                                       return ring.port0 == port || ring.port1 == port;
-                                     }) ||
-                         std::any_of(plan.sub_rings.begin(), plan.sub_rings.end(),
-                                     [=](const SubRingConfig& ring) { return ring.port == port; });
-    if (!in_ring && !fabric.ask(port, kForwarding, false)) {
+    if (!is_ring_port(port) && !fabric.ask(port, kForwarding, false)) {
       world.report(plan.name + ": port " + std::to_string(port) + " cannot be opened");
+    }
+  }
+}
+
+void Node::guard_ring_ports() {
+  for (uint32_t port = 1; port <= fabric.ports(); ++port) {
+    if (is_ring_port(port) && !(fabric.ask(port, kDiscarding, false) && fabric.flush(port))) {
+      world.report(plan.name + ": port " + std::to_string(port) + " cannot be blocked");
     }
   }
 }
@@ -75,8 +93,17 @@ void Node::crash() {
 void Node::lose_power() {
   powered_ = false;
   captures_ = false;
+  pace.end_stall();
+  message_queues.clear();
+  lose_module();
+}
+
+void Node::lose_module() {
+  module_runs_ = false;
   configured_ = false;
   handling_ = nullptr;
+  fabric.abandon_openings();
+  flush_worker_.end();
   for (auto& started : started_) {
     past_tasks_.push_back(std::move(started->task));
   }
@@ -93,7 +120,6 @@ void Node::lose_power() {
   errands_.clear();
   events.close();
   locks.forget();
-  message_queues.clear();
   module_.reset();
   addresses_ = {};
   heap.release_all();
@@ -150,7 +176,25 @@ ModuleRecords Node::records() {
 }
 
 bool Node::set_port_state(uint32_t port, uint32_t state) {
-  return fabric.ask(port, state, handling_ != nullptr && handling_ == Task::running());
+  const bool closes = state == kDiscarding && fabric.forwards(port);
+  if (!fabric.ask(port, state, handles_event())) {
+    return false;
+  }
+  return !closes || !world.options.flush_worker || flush(port);
+}
+
+bool Node::flush(uint32_t port) {
+  if (!world.options.flush_worker) {
+    return fabric.flush(port);
+  }
+  if (port == kHostPort || port > fabric.ports()) {
+    return false;
+  }
+  flush_worker_.ask(port);
+  if (!handles_event()) {
+    flush_worker_.kick();
+  }
+  return true;
 }
 
 bool Node::transmit(uint32_t port, const uint8_t* bytes, size_t length) {
@@ -182,11 +226,15 @@ int Node::receive_event(ERPS_EVENT_MSG_T& event) {
   Task& task = *Task::running();
   handling_ = nullptr;
   fabric.finish_event();
+  flush_worker_.kick();
   locks.check_none_held(task, "waits for an event");
   if (!events.receive(event, task)) {
     return -1;
   }
   handling_ = &task;
+  if (const int64_t takes_us = pace.event_us(); takes_us != 0) {
+    task.sleep(takes_us);
+  }
   constexpr uintptr_t kConfigurationEvent = 4;
   constexpr uintptr_t kPacketEvent = 2;
   const auto type = static_cast<uint32_t>(event.type);
@@ -238,7 +286,7 @@ int Node::start_task(erps_task_desc& description) {
     } end{*this, *started, creator};
     end.result = started->description->entry(started->description);
   };
-  started->task = make_task(description.name, run, world.chance.in(world.timing.wakeup_us));
+  started->task = make_task(description.name, run, pace.wakeup_us());
   description.thread_id = started->task->id();
   world.record(index, RecordKind::kTaskStarted, 0, static_cast<uint32_t>(started->task->id()));
   while (!started->notified && !started->task->finished()) {
@@ -259,7 +307,7 @@ int Node::stop_task(erps_task_desc& description) {
   Task& task = *started->task;
   task.request_cancel();
   if (task.waiting()) {
-    task.wake_after(world.chance.in(world.timing.wakeup_us));
+    task.wake_after(pace.wakeup_us());
   }
   while (!task.finished()) {
     Task::running()->wait();
@@ -278,7 +326,7 @@ int Node::notify_creator(erps_task_desc& description, int result) {
   }
   started->notified = true;
   started->result = result;
-  host_->wake_after(world.chance.in(world.timing.wakeup_us));
+  host_->wake_after(pace.wakeup_us());
   return 0;
 }
 

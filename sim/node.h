@@ -14,7 +14,9 @@
 #include <vector>
 
 #include "platform/task.h"
+#include "sim/call_failures.h"
 #include "sim/event_queue.h"
+#include "sim/flush_worker.h"
 #include "sim/learning_switch.h"
 #include "sim/locks.h"
 #include "sim/management.h"
@@ -22,7 +24,9 @@
 #include "sim/module_copy.h"
 #include "sim/module_records.h"
 #include "sim/network.h"
+#include "sim/node_clock.h"
 #include "sim/node_heap.h"
+#include "sim/pace.h"
 #include "sim/world.h"
 
 namespace erps::sim {
@@ -37,6 +41,17 @@ class Node final : public Station {
   void crash();
   // The module is stopped as by its host's shutdown; the switch goes on as it stands.
   void stop_module();
+  // The module's process dies: its memory, its queue and what waits in it are gone, the switch goes
+  // on as it stands, R-APS still captured, for nobody.
+  void kill_module();
+  // A new process after a stop or a death: it blocks all ring ports and forgets what was learnt on
+  // them, then starts the module and configures it.
+  void start_module();
+  // What was last asked for holds, whatever the node's power does.
+  void set_pace(uint32_t factor);
+  void stall(int64_t duration_us);
+  void step_clock(int64_t delta_us);
+  void set_clock_drift(int64_t ppm) { clock.set_drift(world.now_us(), ppm); }
   // Served in order; while the node is down the reply says at once that there is none.
   std::shared_ptr<const Reply> ask(const Request& request);
 
@@ -57,9 +72,10 @@ class Node final : public Station {
   int notify_creator(erps_task_desc& description, int result);
   int receive_event(ERPS_EVENT_MSG_T& event);
   void message_sent();
-  int64_t clock_us() const { return world.now_us() + clock_offset_us_; }
+  int64_t clock_us() const { return clock.at(world.now_us()); }
   // ... and the switch.
   bool set_port_state(uint32_t port, uint32_t state);
+  bool flush(uint32_t port);
   bool transmit(uint32_t port, const uint8_t* bytes, size_t length);
   bool carrier(uint32_t port) const { return network_.carrier(index, port); }
   void set_capture(bool on);
@@ -68,6 +84,9 @@ class Node final : public Station {
   const NodeIndex index;
   const NodePlan& plan;
   LearningSwitch fabric;
+  Pace pace;
+  NodeClock clock;
+  CallFailures failures;
   EventQueue events;
   Locks locks;
   MessageQueues message_queues;
@@ -90,11 +109,18 @@ class Node final : public Station {
   std::unique_ptr<Task> make_task(const std::string& name, std::function<void()> body,
                                   int64_t delay_us);
   void lose_power();
+  void load_module();
+  void lose_module();
+  void guard_ring_ports();
+  bool is_ring_port(uint32_t port) const;
+  bool handles_event() const { return handling_ != nullptr && handling_ == Task::running(); }
   void open_plain_ports();
   Started* find(const erps_task_desc& description);
   void run_host();
   Reply round_trip(const Request& request);
+  int start_in_host();
   void stop_in_host();
+  void end_of_module(int result);
   void pass_on(uint32_t in_port, Frame frame);
 
   Network& network_;
@@ -106,10 +132,11 @@ class Node final : public Station {
   std::vector<std::unique_ptr<Task>> past_tasks_;  // alarms may still be set on them
   std::deque<Errand> errands_;
   Task* handling_ = nullptr;  // the task that handles an event
+  FlushWorker flush_worker_;
   bool powered_ = false;
+  bool module_runs_ = false;
   bool captures_ = false;
   bool configured_ = false;
-  int64_t clock_offset_us_ = 0;
   uint64_t next_task_id_ = 0;
   long next_message_type_ = 1;
 };

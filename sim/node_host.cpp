@@ -13,7 +13,7 @@ constexpr int64_t kReplyTimeoutUs = 2'000'000;
 
 std::shared_ptr<const Reply> Node::ask(const Request& request) {
   auto reply = std::make_shared<Reply>();
-  if (!powered_) {
+  if (!module_runs_) {
     reply->done = true;
     return reply;
   }
@@ -23,7 +23,7 @@ std::shared_ptr<const Reply> Node::ask(const Request& request) {
 }
 
 void Node::stop_module() {
-  if (powered_) {
+  if (module_runs_) {
     errands_.push_back({true, {}, std::make_shared<Reply>()});
     host_->wake_after(0);
   }
@@ -31,8 +31,12 @@ void Node::stop_module() {
 
 void Node::run_host() {
   world.record(index, RecordKind::kBoot);
-  if (module_->init() != 0 || module_->start() != 0) {
-    world.report(plan.name + ": the module does not start");
+  const uint64_t failed_before = failures.struck();
+  if (const int result = start_in_host(); result != 0) {
+    if (failures.struck() == failed_before) {
+      world.report(plan.name + ": the module does not start");
+    }
+    end_of_module(result);
     return;
   }
   // Nothing that would have to be destroyed stands on this stack: a crash drops it as it is.
@@ -56,11 +60,58 @@ void Node::run_host() {
   }
 }
 
+int Node::start_in_host() {
+  const int result = module_->init();
+  return result != 0 ? result : module_->start();
+}
+
 void Node::stop_in_host() {
   const int result = module_->stop();
   module_->exit();
+  end_of_module(result);
+}
+
+void Node::end_of_module(int result) {
+  // A host that ends takes the capture rule away, and finishes the flushes that it was asked for.
+  captures_ = false;
+  flush_worker_.kick();
+  module_runs_ = false;
   configured_ = false;
   world.record(index, RecordKind::kStopped, 0, static_cast<uint32_t>(result));
+}
+
+void Node::kill_module() {
+  if (module_runs_) {
+    world.record(index, RecordKind::kKilled);
+    lose_module();
+  }
+}
+
+void Node::start_module() {
+  if (!powered_ || module_runs_) {
+    return;
+  }
+  lose_module();  // what is left after a stop
+  message_queues.clear();
+  captures_ = false;
+  guard_ring_ports();
+  load_module();
+}
+
+void Node::set_pace(uint32_t factor) {
+  world.record(index, RecordKind::kSlowed, 0, factor);
+  pace.set_factor(factor);
+}
+
+void Node::stall(int64_t duration_us) {
+  world.record(index, RecordKind::kStalled, 0, static_cast<uint32_t>(duration_us / 1000));
+  pace.stall_until(world.now_us() + duration_us);
+}
+
+void Node::step_clock(int64_t delta_us) {
+  constexpr int64_t kSecondUs = 1'000'000;
+  world.record(index, RecordKind::kClockStep, 0, static_cast<uint32_t>(delta_us / kSecondUs));
+  clock.step(delta_us);
 }
 
 // The way of every client: the request into the System V queue, its announcement into the event
@@ -103,7 +154,7 @@ Reply Node::round_trip(const Request& request) {
 }
 
 void Node::message_sent() {
-  host_->wake_after(world.chance.in(world.timing.wakeup_us));
+  host_->wake_after(pace.wakeup_us());
 }
 
 }  // namespace erps::sim

@@ -15,8 +15,10 @@
 #include "platform/task.h"
 #include "sim/calling_node.h"
 
+using erps::sim::able_node;
 using erps::sim::calling_node;
 using erps::sim::Node;
+using erps::sim::PlatformCall;
 using erps::sim::preempted_node;
 
 namespace {
@@ -32,11 +34,13 @@ int done_if(bool done) {
 }  // namespace
 
 int adp_set_port_erps_state(uint32_t port_id, uint32_t state) {
-  return done_if(preempted_node().set_port_state(port_id, state));
+  Node* node = able_node(PlatformCall::kSetPortState);
+  return done_if(node != nullptr && node->set_port_state(port_id, state));
 }
 
 int adp_get_port_erps_state(uint32_t port_id, uint32_t* state) {
-  const uint32_t asked = preempted_node().fabric.asked(port_id);
+  const Node* node = able_node(PlatformCall::kGetPortState);
+  const uint32_t asked = node != nullptr ? node->fabric.asked(port_id) : 0;
   if (asked == 0) {
     return kFailed;
   }
@@ -45,17 +49,20 @@ int adp_get_port_erps_state(uint32_t port_id, uint32_t* state) {
 }
 
 int adp_del_mac_addr_by_intf(uint32_t port_id, uint32_t kind) {
-  return done_if(preempted_node().fabric.flush(port_id) && kind == kLearntAddresses);
+  Node* node = able_node(PlatformCall::kFlush);
+  return done_if(node != nullptr && kind == kLearntAddresses && node->flush(port_id));
 }
 
 int adp_transmit_frame(const uint8_t* frame, uint16_t length, uint32_t /*arg2*/, uint32_t port_id,
                        uint32_t /*arg4*/) {
-  return done_if(preempted_node().transmit(port_id, frame, length));
+  Node* node = able_node(PlatformCall::kTransmit);
+  return done_if(node != nullptr && node->transmit(port_id, frame, length));
 }
 
 int adp_receive_frame(uint32_t handle, uint8_t* frame, uint16_t capacity, uint16_t* length,
                       uint16_t* vlan, uint32_t* ingress_port) {
-  const auto* packet = preempted_node().events.find_packet(handle);
+  const Node* node = able_node(PlatformCall::kReceiveFrame);
+  const auto* packet = node != nullptr ? node->events.find_packet(handle) : nullptr;
   if (packet == nullptr) {
     return kFailed;
   }
@@ -69,16 +76,20 @@ int adp_receive_frame(uint32_t handle, uint8_t* frame, uint16_t capacity, uint16
 }
 
 int adp_get_phy_port_attr(uint32_t port_id, uint32_t attribute, uint32_t* value) {
-  Node& node = preempted_node();
-  if (attribute != kLinkStateAttribute) {
+  const Node* node = able_node(PlatformCall::kPortAttribute);
+  if (node == nullptr || attribute != kLinkStateAttribute) {
     return kFailed;
   }
-  *value = node.carrier(port_id) ? 1 : 0;
+  *value = node->carrier(port_id) ? 1 : 0;
   return 0;
 }
 
 int get_nic_address(const char* /*nic*/, int /*index*/, uint8_t mac[6]) {
-  const auto& address = preempted_node().plan.address;
+  const Node* node = able_node(PlatformCall::kNodeAddress);
+  if (node == nullptr) {
+    return kFailed;
+  }
+  const auto& address = node->plan.address;
   std::copy(address.begin(), address.end(), mac);
   return 0;
 }
@@ -88,68 +99,80 @@ int get_nic_address(const char* /*nic*/, int /*index*/, uint8_t mac[6]) {
 int adp_fp_add_entity_action(adp_fp_rule_t* /*rule*/, uint32_t /*action*/, const void* /*data*/,
                              uint32_t /*data_length*/, const void* /*parameter*/,
                              uint32_t /*parameter_length*/) {
-  return 0;
+  return done_if(able_node(PlatformCall::kRuleAction) != nullptr);
 }
 
 int adp_fp_add_entity_qualify(adp_fp_rule_t* /*rule*/, uint32_t /*qualifier*/,
                               const void* /*value*/, uint32_t /*value_length*/,
                               const void* /*mask*/, uint32_t /*mask_length*/) {
-  return 0;
+  return done_if(able_node(PlatformCall::kRuleQualifier) != nullptr);
 }
 
 int adp_fp_add_entity_rule(adp_fp_rule_t /*rule*/) {
-  preempted_node().set_capture(true);
-  return 0;
+  Node* node = able_node(PlatformCall::kAddRule);
+  if (node != nullptr) {
+    node->set_capture(true);
+  }
+  return done_if(node != nullptr);
 }
 
 int adp_fp_delete_entity_rule(uint32_t /*entity_id*/, uint32_t /*arg1*/, uint32_t /*arg2*/) {
-  preempted_node().set_capture(false);
-  return 0;
+  Node* node = able_node(PlatformCall::kDeleteRule);
+  if (node != nullptr) {
+    node->set_capture(false);
+  }
+  return done_if(node != nullptr);
 }
 
 void* equeue_make_extend(const char* name, int /*depth*/, int /*arg2*/, int /*arg3*/) {
-  Node& node = preempted_node();
-  node.events.open(name);
-  return &node.events;
+  Node* node = able_node(PlatformCall::kMakeQueue);
+  if (node == nullptr) {
+    return nullptr;
+  }
+  node->events.open(name);
+  return &node->events;
 }
 
 void* equeue_open(const char* name, int /*flags*/) {
-  Node& node = preempted_node();
+  Node* node = able_node(PlatformCall::kOpenQueue);
   // The handle is another one than the receiver's: closing it closes nothing.
-  return node.events.is(name) ? &node : nullptr;
+  return node != nullptr && node->events.is(name) ? node : nullptr;
 }
 
 int equeue_recv(void* queue, ERPS_EVENT_MSG_T* message, int /*flags*/) {
-  Node& node = preempted_node();
-  return queue == &node.events ? node.receive_event(*message) : kFailed;
+  Node* node = able_node(PlatformCall::kReceiveEvent);
+  return node != nullptr && queue == &node->events ? node->receive_event(*message) : kFailed;
 }
 
 int equeue_send_ucast(void* queue, const ERPS_EVENT_MSG_T* message, int /*timeout_ms*/) {
-  Node& node = preempted_node();
-  return queue != nullptr && node.events.post(*message) ? 1 : 0;
+  Node* node = able_node(PlatformCall::kSendEvent);
+  return node != nullptr && queue != nullptr && node->events.post(*message) ? 1 : 0;
 }
 
 int equeue_close(void* queue) {
-  Node& node = preempted_node();
-  if (queue == nullptr) {
+  Node* node = able_node(PlatformCall::kCloseQueue);
+  if (node == nullptr || queue == nullptr) {
     return kFailed;
   }
-  if (queue == &node.events) {
-    node.events.close();
+  if (queue == &node->events) {
+    node->events.close();
   }
   return 0;
 }
 
 int stask_start(erps_task_desc* task, int /*flags*/) {
-  return preempted_node().start_task(*task);
+  Node* node = able_node(PlatformCall::kStartTask);
+  return node != nullptr ? node->start_task(*task) : kFailed;
 }
 
 int stask_stop(erps_task_desc* task) {
-  return preempted_node().stop_task(*task);
+  Node* node = able_node(PlatformCall::kStopTask);
+  return node != nullptr ? node->stop_task(*task) : kFailed;
 }
 
 int stask_notify_creater(erps_task_desc* task, int result) {
-  return preempted_node().notify_creator(*task, result);
+  Node* node = able_node(PlatformCall::kNotifyCreator);
+  return node != nullptr ? node->notify_creator(*task, result) : kFailed;
 }
 
 void skpack_release(void* packet) {

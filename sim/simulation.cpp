@@ -81,6 +81,41 @@ void Simulation::restore(LinkIndex link) {
   network_.repair(link, 1);
 }
 
+void Simulation::slow_down(NodeIndex node, uint32_t factor) {
+  if (factor < 1) {
+    throw SimError("a node is slower by a factor of at least 1, not 0");
+  }
+  nodes_.at(node)->set_pace(factor);
+}
+
+void Simulation::set_clock_drift(NodeIndex node, int64_t ppm) {
+  if (ppm < -500'000 || ppm > 1'000'000) {
+    throw SimError("a clock drifts by -500000 to 1000000 parts in a million, not by " +
+                   std::to_string(ppm));
+  }
+  nodes_.at(node)->set_clock_drift(ppm);
+}
+
+void Simulation::fail_call(NodeIndex node, std::string_view name, uint64_t nth, uint64_t times) {
+  const auto call = platform_call(name);
+  if (!call) {
+    throw SimError("no call of the module that can fail is named \"" + std::string(name) + "\"");
+  }
+  if (nth == 0 || times == 0) {
+    throw SimError("calls are counted from 1, and at least one of them fails");
+  }
+  nodes_.at(node)->failures.fail(*call, nth, times);
+}
+
+void Simulation::fail_calls(uint32_t per_million) {
+  world_.failing_per_million = per_million;
+  for (auto& node : nodes_) {
+    if (per_million == 0) {
+      node->failures.forget();
+    }
+  }
+}
+
 Reply Simulation::execute(NodeIndex node, const Request& request) {
   const auto reply = ask(node, request);
   while (!reply->done) {

@@ -18,6 +18,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "sim/management.h"
@@ -69,8 +70,28 @@ class Simulation {
   // A node loses its power, and gets it back.
   void crash(NodeIndex node) { nodes_.at(node)->crash(); }
   void restart(NodeIndex node) { nodes_.at(node)->power_on(); }
-  // The module of a node is stopped in good order.
+  // The module of a node is stopped in good order, or its process dies; the switch goes on as it
+  // stands. Started again, it blocks its ring ports first. Nothing happens where it is so already.
   void stop_module(NodeIndex node) { nodes_.at(node)->stop_module(); }
+  void kill_module(NodeIndex node) { nodes_.at(node)->kill_module(); }
+  void start_module(NodeIndex node) { nodes_.at(node)->start_module(); }
+  // The processor of a node is slower than usual from now on, by a factor of at least 1: its tasks
+  // wake later, sleep longer and lose more time. The switch is as fast as ever.
+  void slow_down(NodeIndex node, uint32_t factor);
+  // No task of a node runs for this time; then everything that has come up follows.
+  void stall(NodeIndex node, int64_t duration_us) { nodes_.at(node)->stall(duration_us); }
+  // Somebody sets the time of day of a node, forth or back; sleeps are not touched.
+  void step_clock(NodeIndex node, int64_t delta_us) { nodes_.at(node)->step_clock(delta_us); }
+  // The clock of a node runs fast by so many parts in a million from now on, or slow, sleeps
+  // included: -500,000 to 1,000,000.
+  void set_clock_drift(NodeIndex node, int64_t ppm);
+  // Of the calls to its platform that a node's module makes from now on, the nth by this name
+  // fails, counted from 1, and those that follow: `times` in all. Names are those of platform/*.h
+  // for calls that can report failure, "new" for memory, "select", "msgget", "msgrcv" and "msgsnd".
+  void fail_call(NodeIndex node, std::string_view name, uint64_t nth = 1, uint64_t times = 1);
+  // From now on every call of every node fails with this chance, in a million; see
+  // Options::failing_calls_per_million. 0 ends all failures, those by name too.
+  void fail_calls(uint32_t per_million);
 
   // The operator. ask() leaves the reply to time; execute() and ring_status() run until it is
   // there.

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "sim/node.h"
+
 namespace erps::sim {
 
 Task* Task::running_ = nullptr;
@@ -39,6 +41,11 @@ void Task::cancellation_point() {
 
 void Task::on_alarm(uint64_t token) {
   if (token != generation_ || finished()) {
+    return;
+  }
+  if (const int64_t stalled_until_us = node_.pace.stalled_until_us();
+      stalled_until_us > scheduler_.now_us()) {
+    scheduler_.set(stalled_until_us, *this, token);
     return;
   }
   ++generation_;

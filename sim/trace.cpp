@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "erps/raps/frame.h"
+#include "sim/platform_call.h"
 
 namespace erps::sim {
 
@@ -63,6 +64,16 @@ const char* kind_text(RecordKind kind) {
       return "probe";
     case RecordKind::kCirculating:
       return "frame circulates";
+    case RecordKind::kKilled:
+      return "killed";
+    case RecordKind::kCallFailed:
+      return "call failed";
+    case RecordKind::kClockStep:
+      return "clock stepped";
+    case RecordKind::kSlowed:
+      return "slowed";
+    case RecordKind::kStalled:
+      return "stalled";
   }
   return "?";
 }
@@ -79,6 +90,10 @@ std::string to_text(const Record& record) {
     case RecordKind::kFrameReceived:
     case RecordKind::kFrameLost:
       return text + " " + frame_text(record);
+    case RecordKind::kCallFailed:
+      return text.append(" ").append(name_of(static_cast<PlatformCall>(record.a)));
+    case RecordKind::kClockStep:
+      return text + " " + std::to_string(static_cast<int32_t>(record.a)) + " s";
     default:
       return text + " " + std::to_string(record.a) + " " + std::to_string(record.b);
   }

@@ -28,6 +28,11 @@ enum class RecordKind : uint32_t {
   kReply,          // a: command, b: return code, kNoAnswer without one
   kProbe,          // a: probe, delivered to this node's host
   kCirculating,    // a frame was dropped that the switches had passed on too often
+  kKilled,         // the module's process died; the switch goes on
+  kCallFailed,     // a: PlatformCall
+  kClockStep,      // a: seconds forth, or back as a negative number
+  kSlowed,         // a: how many times slower than usual
+  kStalled,        // a: for how many ms
 };
 
 inline constexpr uint32_t kNoAnswer = 0x100;

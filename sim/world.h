@@ -25,6 +25,8 @@ class World {
         timing(options.timing),
         chance(options.seed, 1),
         links_chance(options.seed, 2),
+        failures_chance(options.seed, 4),
+        failing_per_million(options.failing_calls_per_million),
         preemption_chance_(options.seed, 3) {
     draw_next_preemption();
   }
@@ -32,8 +34,10 @@ class World {
   const Options options;
   const Timing& timing;
   Scheduler scheduler;
-  Random chance;        // of nodes and tasks
-  Random links_chance;  // of links
+  Random chance;           // of nodes and tasks
+  Random links_chance;     // of links
+  Random failures_chance;  // of calls that fail
+  uint32_t failing_per_million;
   std::vector<Observer*> observers;
 
   int64_t now_us() const { return scheduler.now_us(); }
@@ -59,12 +63,13 @@ class World {
     }
   }
 
-  // Called at every intercepted call of the module: now and then the task loses the processor.
-  void preemption_point(Task& task) {
-    if (calls_to_preemption_ != 0 && --calls_to_preemption_ == 0) {
-      draw_next_preemption();
-      task.sleep(preemption_chance_.in(timing.preempt_us));
+  // Asked at every intercepted call of the module: for how long the task loses the processor.
+  int64_t preemption_us() {
+    if (calls_to_preemption_ == 0 || --calls_to_preemption_ != 0) {
+      return 0;
     }
+    draw_next_preemption();
+    return preemption_chance_.in(timing.preempt_us);
   }
 
  private:
