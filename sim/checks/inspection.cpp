@@ -5,6 +5,8 @@
 #include "sim/checks/convergence.h"
 #include "sim/checks/loop_checker.h"
 #include "sim/checks/partition_checker.h"
+#include "sim/checks/ring_watch.h"
+#include "sim/checks/state_checker.h"
 
 namespace erps::sim {
 
@@ -29,18 +31,26 @@ std::string in_milliseconds(int64_t time_us) {
 }  // namespace
 
 struct Inspection::Checkers {
+  explicit Checkers(Simulation& simulation) : watch(simulation), states(simulation.topology()) {
+    watch.add(states);
+  }
+
+  RingWatch watch;
+  StateChecker states;
   LoopChecker loops;
   PartitionChecker partitions;
   std::vector<Finding> home;
 };
 
 Inspection::Inspection(Simulation& simulation)
-    : simulation_(simulation), checkers_(std::make_unique<Checkers>()) {
+    : simulation_(simulation), checkers_(std::make_unique<Checkers>(simulation)) {
+  simulation.observe(checkers_->watch);
   simulation.observe(checkers_->loops);
   simulation.observe(checkers_->partitions);
 }
 
 Inspection::~Inspection() {
+  simulation_.stop_observing(checkers_->watch);
   simulation_.stop_observing(checkers_->loops);
   simulation_.stop_observing(checkers_->partitions);
 }
@@ -79,6 +89,7 @@ std::vector<Finding> Inspection::findings() {
                           {}});
     }
   }
+  checkers_->states.collect(now_us, findings);
   std::stable_sort(findings.begin(), findings.end(), [](const Finding& one, const Finding& other) {
     return one.from_us < other.from_us;
   });

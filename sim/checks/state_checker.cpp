@@ -1,0 +1,255 @@
+#include "sim/checks/state_checker.h"
+
+#include <algorithm>
+
+#include "sim/management.h"
+
+namespace erps::sim {
+
+namespace {
+
+constexpr uint32_t kEventRequest = 14;
+constexpr uint32_t kSubRingRole = 2;
+
+bool has_port(const RingSnapshot& ring, uint32_t port) {
+  return ring.ports[0].port == port ||
+         (ring.ring_role != kSubRingRole && ring.ports[1].port == port);
+}
+
+void set_link(RingSnapshot& ring, uint32_t port, bool up) {
+  for (size_t i = 0; i < (ring.ring_role == kSubRingRole ? 1U : 2U); ++i) {
+    if (ring.ports[i].port == port) {
+      ring.ports[i].link_up = up;
+    }
+  }
+}
+
+// Only what the module has decided; what its timer task changes meanwhile is not compared.
+bool agrees(const RingSnapshot& expected, const RingSnapshot& seen) {
+  const auto same_port = [](const PortSnapshot& one, const PortSnapshot& other) {
+    return one.forwarding == other.forwarding && one.link_up == other.link_up;
+  };
+  const bool same_message =
+      !expected.sending || (expected.tx_request == seen.tx_request && expected.tx_rb == seen.tx_rb);
+  return expected.state == seen.state && expected.local_priority == seen.local_priority &&
+         same_port(expected.ports[0], seen.ports[0]) &&
+         (expected.ring_role == kSubRingRole || same_port(expected.ports[1], seen.ports[1])) &&
+         same_message && (expected.sending || !seen.sending);
+}
+
+std::string text_of(const RingSnapshot& ring) {
+  std::string text = std::string(state_name(ring.state)) + ", local request " +
+                     std::to_string(ring.local_priority);
+  for (size_t i = 0; i < (ring.ring_role == kSubRingRole ? 1U : 2U); ++i) {
+    const PortSnapshot& port = ring.ports[i];
+    text += ", port " + std::to_string(port.port) + (port.link_up ? " up" : " down") +
+            (port.forwarding ? " forwarding" : " blocked");
+  }
+  if (ring.sending) {
+    text += ", sending " + std::to_string(ring.tx_request) + (ring.tx_rb ? " RB" : "");
+  }
+  return text;
+}
+
+std::string text_of_cause(const Step& step) {
+  switch (step.cause) {
+    case Step::Cause::kLink:
+      return "link of port " + std::to_string(step.port) + (step.up ? " up" : " down");
+    case Step::Cause::kFrame: {
+      const Record record{
+          0, 0, RecordKind::kFrameReceived, step.port, step.message.summary, step.message.node};
+      return to_text(record);
+    }
+    case Step::Cause::kTimer:
+      return "timer";
+    case Step::Cause::kCommand:
+      return "command " + std::to_string(step.command);
+    case Step::Cause::kTopologyChange:
+      return "topology change";
+    case Step::Cause::kIndication:
+      return "indication";
+  }
+  return "";
+}
+
+}  // namespace
+
+StateChecker::StateChecker(const Topology& topology) : topology_(topology) {
+  for (const NodePlan& node : topology.nodes) {
+    nodes_.emplace(uint32_t{node.address[4]} << 8U | node.address[5], node.address);
+  }
+}
+
+void StateChecker::collect(int64_t /*now_us*/, std::vector<Finding>& findings) {
+  findings_.append_to(findings);
+}
+
+void StateChecker::on_step(const Step& step) {
+  if (step.after == nullptr || (step.before == nullptr && !step.after->enabled)) {
+    return;
+  }
+  outcomes_.clear();
+  allow(step);
+  const RingSnapshot& after = *step.after;
+  const bool allowed =
+      std::any_of(outcomes_.begin(), outcomes_.end(),
+                  [&](const RingSnapshot& outcome) { return agrees(outcome, after); });
+  if (allowed) {
+    return;
+  }
+  const std::string was = step.before != nullptr ? text_of(*step.before) : "not there";
+  std::string expected;
+  for (const RingSnapshot& outcome : outcomes_) {
+    expected += (expected.empty() ? "" : ", or: ") + text_of(outcome);
+  }
+  findings_.add({"state",
+                 step.from_us,
+                 step.to_us,
+                 step.node,
+                 "ring " + std::to_string(step.ring()) + " was " + was + "; after " +
+                     text_of_cause(step) + " it is " + text_of(after) + "; expected: " + expected,
+                 {}});
+}
+
+void StateChecker::offer(const RingSnapshot& ring, RingRequest request,
+                         const RequestDetails& details) {
+  RingModel model(ring);
+  model.offer(request, details);
+  outcomes_.push_back(model.now);
+}
+
+void StateChecker::allow(const Step& step) {
+  const bool was_enabled = step.before != nullptr && step.before->enabled;
+  if (!was_enabled || !step.after->enabled) {
+    return allow_after_start(step);
+  }
+  switch (step.cause) {
+    case Step::Cause::kLink:
+      return allow_after_link(step);
+    case Step::Cause::kFrame:
+      return allow_after_frame(step);
+    case Step::Cause::kTimer:
+      return allow_after_timer(step);
+    case Step::Cause::kCommand:
+      return allow_after_command(step);
+    case Step::Cause::kTopologyChange: {
+      outcomes_.push_back(*step.before);
+      outcomes_.push_back(*step.before);
+      outcomes_.back().tx_request = kEventRequest;
+      outcomes_.back().tx_rb = false;
+      return;
+    }
+    case Step::Cause::kIndication:
+      outcomes_.push_back(*step.before);
+      for (const uint32_t indication : {1U, 2U}) {
+        RingModel model(*step.before);
+        model.indicate(indication);
+        outcomes_.push_back(model.now);
+      }
+      return;
+  }
+}
+
+// A ring that is started is pending, and in protection where a link was found down; one that is
+// stopped does nothing. What its links are it has read for itself.
+void StateChecker::allow_after_start(const Step& step) {
+  RingSnapshot ring = *step.after;
+  if (!ring.enabled) {
+    ring.state = static_cast<uint32_t>(RingState::kInit);
+    ring.sending = false;
+    outcomes_.push_back(ring);
+    return;
+  }
+  if (step.cause != Step::Cause::kCommand || step.command != mgmt::kSetEnable) {
+    return;
+  }
+  ring.state = static_cast<uint32_t>(RingState::kPending);
+  outcomes_.push_back(ring);
+  ring.state = static_cast<uint32_t>(RingState::kProtection);
+  outcomes_.push_back(ring);
+}
+
+void StateChecker::allow_after_link(const Step& step) {
+  const RingSnapshot& before = *step.before;
+  const uint32_t holdoff_ms = topology_.nodes[step.node].holdoff_ms;
+  if (!has_port(before, step.port) || (!step.up && holdoff_ms != 0 && !before.holdoff_running)) {
+    outcomes_.push_back(before);
+    return;
+  }
+  RingSnapshot changed = before;
+  set_link(changed, step.port, step.up);
+  offer(changed, step.up ? RingRequest::kClearSf : RingRequest::kSf, {});
+}
+
+void StateChecker::allow_after_frame(const Step& step) {
+  const RingSnapshot& before = *step.before;
+  const NodePlan& plan = topology_.nodes[step.node];
+  const auto is_untagged = [&](const RingConfig& ring) { return ring.control_vlan == 0; };
+  if (std::any_of(plan.rings.begin(), plan.rings.end(), is_untagged)) {
+    outcomes_.push_back(*step.after);
+    return;
+  }
+  constexpr uint32_t kManualSwitchOfOthers = 8;
+  const RingRequest request = request_of(step.message.request(), step.message.rb());
+  const MacAddress& own = before.local_node_id;
+  const bool concerns = step.message.ring() == (before.ring & 0xFFU) &&
+                        (has_port(before, step.port) || before.ring_role == kSubRingRole) &&
+                        step.message.node != (uint32_t{own[4]} << 8U | own[5]);
+  const bool is_repetition = request == RingRequest::kRapsMs &&
+                             before.state == static_cast<uint32_t>(RingState::kManual) &&
+                             before.current_priority == kManualSwitchOfOthers;
+  if (!concerns || is_repetition || request == RingRequest::kNothing) {
+    outcomes_.push_back(before);
+    return;
+  }
+  if (before.guard_running) {
+    outcomes_.push_back(before);
+    if (step.after->guard_running) {
+      return;
+    }
+  }
+  offer_message(step, request);
+}
+
+void StateChecker::offer_message(const Step& step, RingRequest request) {
+  const auto [first, last] = nodes_.equal_range(step.message.node);
+  for (auto sender = first; sender != last; ++sender) {
+    offer(*step.before, request, {0, sender->second < step.before->local_node_id});
+  }
+  if (first == last) {
+    offer(*step.before, request, {0, false});
+    offer(*step.before, request, {0, true});
+  }
+}
+
+// The trace does not tell which timer it was; when it may be over is the timer checker's concern.
+void StateChecker::allow_after_timer(const Step& step) {
+  const RingSnapshot& before = *step.before;
+  outcomes_.push_back(before);
+  offer(before, RingRequest::kWtrExpires, {});
+  offer(before, RingRequest::kWtbExpires, {});
+  if (before.holdoff_running) {
+    for (const PortSnapshot& port : before.ports) {
+      RingSnapshot changed = before;
+      set_link(changed, port.port, false);
+      offer(changed, RingRequest::kSf, {});
+    }
+  }
+}
+
+void StateChecker::allow_after_command(const Step& step) {
+  const RingSnapshot& before = *step.before;
+  const bool concerns = step.argument == before.ring;
+  if (concerns && step.command == mgmt::kClear) {
+    return offer(before, RingRequest::kClear, {});
+  }
+  outcomes_.push_back(before);
+  if (concerns && (step.command == mgmt::kForcedSwitch || step.command == mgmt::kManualSwitch)) {
+    const bool forced = step.command == mgmt::kForcedSwitch;
+    for (const PortSnapshot& port : before.ports) {
+      offer(before, forced ? RingRequest::kFs : RingRequest::kMs, {port.port, false});
+    }
+  }
+}
+
+}  // namespace erps::sim
