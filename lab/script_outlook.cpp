@@ -275,7 +275,7 @@ std::vector<StepOutlook> script_outlook(const Topology& topology, Findings& find
     if (step != nullptr) {
       const std::string mistake = network.apply(*step);
       if (!mistake.empty()) {
-        findings.error(step->line, what() + ": " + mistake);
+        findings.error("step-impossible", step->line, what(), mistake);
       }
     }
     StepOutlook outlook;
@@ -294,11 +294,10 @@ std::vector<StepOutlook> script_outlook(const Topology& topology, Findings& find
         apply_file(topology, *step, ring, of_ring);
         network.set_known(ring, of_ring);
         if (!of_ring.state) {
-          findings.error(step->line, what() + ": what ring " +
-                                         std::to_string(topology.rings[ring].id) +
-                                         " settles to cannot be told from the file; say it: state "
-                                         "= { " +
-                                         std::to_string(topology.rings[ring].id) + " = \"...\" }");
+          const std::string id = std::to_string(topology.rings[ring].id);
+          findings.error("step-outcome-unknown", step->line, what(),
+                         "what ring " + id + " settles to cannot be told from the file",
+                         "say it: state = { " + id + " = \"...\" }");
         }
       }
       outlook.rings.push_back(of_ring);

@@ -9,7 +9,8 @@ namespace erps::lab {
 
 namespace {
 
-constexpr int64_t kLongestWaitMs = 3600000;
+constexpr client::Range kWaitRange{0, 3600000, "ms"};
+constexpr client::Range kFramesRange{0, INT32_MAX, "frames"};
 constexpr double kLongestOutageMs = 3600000;
 
 struct ActionKey {
@@ -43,7 +44,9 @@ class StepReader {
         continue;
       }
       if (found != nullptr) {
-        wrong(action.key, std::string("a step does one thing, and this one has ") + found->key);
+        wrong("step-ambiguous", action.key,
+              std::string("a step does one thing, and this one has ") + found->key,
+              "make two steps of it");
         continue;
       }
       found = &action;
@@ -53,8 +56,8 @@ class StepReader {
       for (const ActionKey& action : kActions) {
         keys += (keys.empty() ? "" : ", ") + std::string(action.key);
       }
-      reading_.findings.error(table_.line(),
-                              table_.what() + ": does nothing; allowed: one of " + keys);
+      reading_.findings.error("step-empty", table_.line(), table_.what(), "does nothing",
+                              "allowed: one of " + keys);
       good_ = false;
     } else {
       step_.action = found->action;
@@ -68,8 +71,9 @@ class StepReader {
   }
 
  private:
-  void wrong(const char* key, const std::string& why) {
-    table_.wrong(key, why);
+  void wrong(const char* rule, const char* key, const std::string& why,
+             const std::string& advice = {}) {
+    table_.wrong(rule, key, why, advice);
     good_ = false;
   }
 
@@ -95,11 +99,12 @@ class StepReader {
       case Action::kKill:
       case Action::kStart:
         if (read_node(key) && topology_.rings_at(step_.node).empty()) {
-          wrong(key, "this node is part of no ring and runs no daemon");
+          wrong("step-impossible", key, "this node is part of no ring and runs no daemon",
+                "name a node of a ring");
         }
         break;
       case Action::kWait:
-        if (const auto wait = table_.integer(key, 0, kLongestWaitMs, "ms")) {
+        if (const auto wait = table_.integer(key, kWaitRange)) {
           step_.wait_ms = static_cast<uint32_t>(wait->value);
         }
         break;
@@ -117,13 +122,13 @@ class StepReader {
       if (!link) {
         good_ = false;
       } else if (std::count(step_.links.begin(), step_.links.end(), *link) != 0) {
-        wrong(key, "link " + name + " stands twice");
+        wrong("name-repeated", key, "link " + name + " stands twice", "name it once");
       } else {
         step_.links.push_back(*link);
       }
     }
     if (names->value.empty()) {
-      wrong(key, "allowed: a link or a list of links");
+      wrong("wrong-value", key, {}, "allowed: a link or a list of links");
     }
   }
 
@@ -138,7 +143,7 @@ class StepReader {
   std::optional<PortRef> port_named(const char* key, const std::string& text) {
     const size_t colon = text.find(':');
     if (colon == std::string::npos) {
-      wrong(key, "allowed: node:link, as in n1:n1-n2");
+      wrong("wrong-value", key, {}, "allowed: node:link, as in n1:n1-n2");
       return std::nullopt;
     }
     const auto node = node_named(reading_, table_, key, text.substr(0, colon));
@@ -148,8 +153,10 @@ class StepReader {
       return std::nullopt;
     }
     if (!topology_.links[*link].touches(*node)) {
-      wrong(key, "link " + topology_.links[*link].name + " does not end at " +
-                     topology_.nodes[*node].name);
+      wrong(
+          "port-elsewhere", key,
+          "link " + topology_.links[*link].name + " does not end at " + topology_.nodes[*node].name,
+          "name a link of this node");
       return std::nullopt;
     }
     return PortRef{*node, *link};
@@ -163,7 +170,7 @@ class StepReader {
       return std::nullopt;
     }
     if (!topology_.ring_of_link(port->link) && reading_.broken_rings.empty()) {
-      wrong(key, "this link is part of no ring");
+      wrong("step-impossible", key, "this link is part of no ring", "name a link of a ring");
       return std::nullopt;
     }
     return port;
@@ -174,7 +181,8 @@ class StepReader {
     if (!ring) {
       good_ = false;
       if (reading_.broken_rings.count(id) == 0) {
-        wrong(key, "no ring has the ID " + std::to_string(id));
+        wrong("unknown-name", key, "no ring has the ID " + std::to_string(id),
+              "name a ring of this file");
       }
     }
     return ring;
@@ -183,8 +191,7 @@ class StepReader {
   // `ring` may be left out where there is only one that can be meant.
   void read_ring(const char* action_key) {
     const bool is_port = step_.action != Action::kClear;
-    if (const auto id =
-            table_.integer("ring", client::kRingIdRange.min, client::kRingIdRange.max)) {
+    if (const auto id = table_.integer("ring", client::kRingIdRange, "ring-id-range")) {
       const auto ring = ring_with_id("ring", id->value);
       if (!ring) {
         return;
@@ -192,8 +199,10 @@ class StepReader {
       step_.ring = *ring;
       if (is_port ? !topology_.rings[*ring].has_link(step_.port.link)
                   : !topology_.rings[*ring].has_node(step_.node)) {
-        wrong("ring", std::string("this ring does not have the ") + (is_port ? "link" : "node") +
-                          " of " + action_key);
+        wrong("step-impossible", "ring",
+              std::string("this ring does not have the ") + (is_port ? "link" : "node") + " of " +
+                  action_key,
+              "name a ring that has it");
       }
       return;
     }
@@ -207,8 +216,13 @@ class StepReader {
     }
     const auto rings = topology_.rings_at(step_.node);
     if (rings.size() != 1 && reading_.broken_rings.empty()) {
-      wrong(action_key, rings.empty() ? "this node is part of no ring"
-                                      : "this node is part of several rings: say which with ring");
+      if (rings.empty()) {
+        wrong("step-impossible", action_key, "this node is part of no ring",
+              "name a node of a ring");
+      } else {
+        wrong("step-ambiguous", action_key, "this node is part of several rings",
+              "say which with ring");
+      }
     }
     step_.ring = rings.empty() ? 0 : rings[0];
   }
@@ -217,7 +231,7 @@ class StepReader {
     if (const auto bound = table_.number("outage_ms", 0, kLongestOutageMs, "ms")) {
       step_.outage_ms = bound->value;
     }
-    if (const auto bound = table_.integer("duplicates", 0, INT32_MAX, "frames")) {
+    if (const auto bound = table_.integer("duplicates", kFramesRange)) {
       step_.duplicates = static_cast<uint64_t>(bound->value);
     }
     if (const toml::table* states = table_.table("state")) {
@@ -242,16 +256,20 @@ class StepReader {
     int64_t id = -1;
     const auto parsed = std::from_chars(key.data(), key.data() + key.size(), id);
     if (parsed.ec != std::errc() || parsed.ptr != key.data() + key.size()) {
-      wrong("state", "allowed: a table of states by ring ID, as in { 1 = \"protection\" }");
+      wrong("wrong-value", "state", {},
+            "allowed: a table of states by ring ID, as in { 1 = \"protection\" }");
       return;
     }
     const auto ring = ring_with_id("state", id);
     const auto name = value.value<std::string>();
     const auto state = name ? parse_state(*name) : std::nullopt;
     if (!state || *state == NodeState::kInit) {
-      reading_.findings.error(static_cast<uint32_t>(value.source().begin.line),
-                              table_.what() + ": state of ring " + key + " = " + value_text(value) +
-                                  ": allowed: idle, protection, manual, forced, pending");
+      reading_.findings.add({.rule = "wrong-value",
+                             .line = static_cast<uint32_t>(value.source().begin.line),
+                             .where = table_.what(),
+                             .key = "state",
+                             .value = "{ " + key + " = " + value_text(value) + " }",
+                             .advice = "allowed: idle, protection, manual, forced, pending"});
       good_ = false;
     } else if (ring) {
       step_.state[*ring] = *state;

@@ -6,17 +6,17 @@ namespace erps::lab {
 
 namespace {
 
-constexpr int64_t kLongestDelayUs = 1'000'000;
-constexpr int64_t kMillion = 1'000'000;
+constexpr client::Range kDelayRange{1, 1'000'000, "us"};
+constexpr client::Range kShareRange{0, 1'000'000, "R-APS frames in a million"};
 
 }  // namespace
 
 void read_simulated_link(TomlTable& table, SimulatedLink& link) {
-  if (const auto delay = table.range("delay_us", 1, kLongestDelayUs, "us")) {
+  if (const auto delay = table.range("delay_us", kDelayRange)) {
     link.delay_us = {delay->value[0], delay->value[1]};
   }
   const auto share = [&](const char* key, uint32_t& per_million) {
-    if (const auto value = table.integer(key, 0, kMillion, "R-APS frames in a million")) {
+    if (const auto value = table.integer(key, kShareRange)) {
       per_million = static_cast<uint32_t>(value->value);
     }
   };

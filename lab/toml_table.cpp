@@ -8,6 +8,8 @@ namespace erps::lab {
 
 namespace {
 
+constexpr size_t kLongestValue = 100;
+
 uint32_t line_of_node(const toml::node& node) {
   return static_cast<uint32_t>(node.source().begin.line);
 }
@@ -18,12 +20,16 @@ std::string number_text(double number) {
   return out.str();
 }
 
-std::string with_unit(const std::string& min, const std::string& max, const char* unit) {
-  std::string text = "allowed: " + min + " to " + max;
-  if (*unit != '\0') {
-    text += std::string(" ") + unit;
+std::string shortened(std::string text) {
+  if (text.size() > kLongestValue) {
+    text.resize(kLongestValue);
+    text += "...";
   }
   return text;
+}
+
+std::string allowed(const client::Range& range) {
+  return "allowed: " + client::range_text(range);
 }
 
 }  // namespace
@@ -37,7 +43,7 @@ std::string value_text(const toml::node& node) {
       out << value;
     }
   });
-  return out.str();
+  return shortened(out.str());
 }
 
 TomlTable::TomlTable(const toml::table& table, std::string what, Findings& findings)
@@ -54,27 +60,53 @@ bool TomlTable::has(const char* key) {
   return find(key) != nullptr;
 }
 
+bool TomlTable::is_list(const char* key) {
+  const toml::node* node = find(key);
+  return node != nullptr && node->is_array();
+}
+
+bool TomlTable::is_integer(const char* key, int64_t value) {
+  const toml::node* node = find(key);
+  return node != nullptr && node->is_integer() && node->as_integer()->get() == value;
+}
+
 uint32_t TomlTable::line_of(const char* key) const {
   const toml::node* node = table_.get(key);
   return node == nullptr ? line_ : line_of_node(*node);
 }
 
-void TomlTable::missing(const char* key, const std::string& allowed) {
-  findings_.error(line_, what_ + ": " + key + " is missing; allowed: " + allowed);
+void TomlTable::missing(const char* key, const std::string& allowed, const char* rule) {
+  findings_.add({.rule = rule,
+                 .line = line_,
+                 .where = what_,
+                 .key = key,
+                 .why = "missing",
+                 .advice = "allowed: " + allowed});
 }
 
-void TomlTable::wrong(const char* key, const std::string& why) {
+void TomlTable::wrong(const char* rule, const char* key, const std::string& why,
+                      const std::string& advice) {
   const toml::node* node = find(key);
-  if (node == nullptr) {
-    findings_.error(line_, what_ + ": " + key + ": " + why);
-    return;
-  }
-  findings_.error(line_of_node(*node), what_ + ": " + key + " = " + value_text(*node) + ": " + why);
+  findings_.add({.rule = rule,
+                 .line = line_of(key),
+                 .where = what_,
+                 .key = key,
+                 .value = node == nullptr ? std::string() : value_text(*node),
+                 .why = why,
+                 .advice = advice});
 }
 
-void TomlTable::wrong_kind(const char* key, const toml::node& node, const std::string& allowed) {
-  findings_.error(line_of_node(node),
-                  what_ + ": " + key + " = " + value_text(node) + ": allowed: " + allowed);
+void TomlTable::warn(const char* rule, const char* key, const std::string& value,
+                     const std::string& why, const std::string& advice) {
+  const toml::node* node = find(key);
+  findings_.add({.severity = Severity::kWarning,
+                 .rule = rule,
+                 .line = line_of(key),
+                 .where = what_,
+                 .key = key,
+                 .value = node == nullptr ? value : value_text(*node),
+                 .why = why,
+                 .advice = advice});
 }
 
 std::optional<Located<std::string>> TomlTable::text(const char* key) {
@@ -85,19 +117,19 @@ std::optional<Located<std::string>> TomlTable::text(const char* key) {
   if (const auto* value = node->as_string()) {
     return Located<std::string>{value->get(), line_of_node(*node)};
   }
-  wrong_kind(key, *node, "a text in quotes");
+  wrong(kWrongType, key, {}, "allowed: a text in quotes");
   return std::nullopt;
 }
 
-std::optional<Located<int64_t>> TomlTable::integer(const char* key, int64_t min, int64_t max,
-                                                   const char* unit) {
+std::optional<Located<int64_t>> TomlTable::integer(const char* key, const client::Range& range,
+                                                   const char* rule) {
   const toml::node* node = find(key);
   if (node == nullptr) {
     return std::nullopt;
   }
   const auto* value = node->as_integer();
-  if (value == nullptr || value->get() < min || value->get() > max) {
-    wrong(key, with_unit(std::to_string(min), std::to_string(max), unit));
+  if (value == nullptr || !range.contains(value->get())) {
+    wrong(value == nullptr ? kWrongType : rule, key, {}, allowed(range));
     return std::nullopt;
   }
   return Located<int64_t>{value->get(), line_of_node(*node)};
@@ -111,7 +143,8 @@ std::optional<Located<double>> TomlTable::number(const char* key, double min, do
   }
   const std::optional<double> value = node->is_number() ? node->value<double>() : std::nullopt;
   if (!value || !std::isfinite(*value) || *value < min || *value > max) {
-    wrong(key, with_unit(number_text(min), number_text(max), unit));
+    wrong(kWrongValue, key, {},
+          "allowed: " + number_text(min) + " to " + number_text(max) + " " + unit);
     return std::nullopt;
   }
   return Located<double>{*value, line_of_node(*node)};
@@ -125,7 +158,7 @@ std::optional<Located<bool>> TomlTable::boolean(const char* key) {
   if (const auto* value = node->as_boolean()) {
     return Located<bool>{value->get(), line_of_node(*node)};
   }
-  wrong_kind(key, *node, "true, false");
+  wrong(kWrongType, key, {}, "allowed: true, false");
   return std::nullopt;
 }
 
@@ -140,13 +173,13 @@ std::optional<Located<std::vector<std::string>>> TomlTable::texts(const char* ke
       if (const auto* value = element.as_string()) {
         values.push_back(value->get());
       } else {
-        wrong_kind(key, *node, "a list of texts");
+        wrong(kWrongType, key, {}, "allowed: a list of texts");
         return std::nullopt;
       }
     }
     return Located<std::vector<std::string>>{std::move(values), line_of_node(*node)};
   }
-  wrong_kind(key, *node, "a list of texts");
+  wrong(kWrongType, key, {}, "allowed: a list of texts");
   return std::nullopt;
 }
 
@@ -158,8 +191,9 @@ std::optional<Located<std::vector<std::string>>> TomlTable::text_or_texts(const 
   return texts(key);
 }
 
-std::optional<Located<std::vector<int64_t>>> TomlTable::integers(const char* key, int64_t min,
-                                                                 int64_t max) {
+std::optional<Located<std::vector<int64_t>>> TomlTable::integers(const char* key,
+                                                                 const client::Range& range,
+                                                                 const char* rule) {
   const toml::node* node = find(key);
   if (node == nullptr) {
     return std::nullopt;
@@ -169,7 +203,7 @@ std::optional<Located<std::vector<int64_t>>> TomlTable::integers(const char* key
   if (array != nullptr) {
     for (const toml::node& element : *array) {
       const auto* value = element.as_integer();
-      if (value == nullptr || value->get() < min || value->get() > max) {
+      if (value == nullptr || !range.contains(value->get())) {
         array = nullptr;
         break;
       }
@@ -177,15 +211,14 @@ std::optional<Located<std::vector<int64_t>>> TomlTable::integers(const char* key
     }
   }
   if (array == nullptr) {
-    wrong_kind(key, *node,
-               "a list of numbers from " + std::to_string(min) + " to " + std::to_string(max));
+    wrong(rule, key, {}, "allowed: a list of numbers from " + client::range_text(range));
     return std::nullopt;
   }
   return Located<std::vector<int64_t>>{std::move(values), line_of_node(*node)};
 }
 
-std::optional<Located<std::array<int64_t, 2>>> TomlTable::range(const char* key, int64_t min,
-                                                                int64_t max, const char* unit) {
+std::optional<Located<std::array<int64_t, 2>>> TomlTable::range(const char* key,
+                                                                const client::Range& range) {
   const toml::node* node = find(key);
   if (node == nullptr) {
     return std::nullopt;
@@ -196,12 +229,12 @@ std::optional<Located<std::array<int64_t, 2>>> TomlTable::range(const char* key,
   } else if (const toml::array* array = node->as_array()) {
     for (const toml::node& element : *array) {
       const auto* value = element.as_integer();
-      values.push_back(value == nullptr ? min - 1 : value->get());
+      values.push_back(value == nullptr ? range.min - 1 : value->get());
     }
   }
-  if (values.size() != 2 || values[0] < min || values[1] > max || values[0] > values[1]) {
-    wrong(key, with_unit(std::to_string(min), std::to_string(max), unit) +
-                   ", as a number or as [shortest, longest]");
+  if (values.size() != 2 || values[0] < range.min || values[1] > range.max ||
+      values[0] > values[1]) {
+    wrong(kWrongValue, key, {}, allowed(range) + ", as a number or as [shortest, longest]");
     return std::nullopt;
   }
   return Located<std::array<int64_t, 2>>{{values[0], values[1]}, line_of_node(*node)};
@@ -215,7 +248,7 @@ const toml::table* TomlTable::table(const char* key) {
   if (const toml::table* value = node->as_table()) {
     return value;
   }
-  wrong_kind(key, *node, std::string("a table [") + key + "]");
+  wrong(kWrongType, key, {}, std::string("allowed: a table [") + key + "]");
   return nullptr;
 }
 
@@ -227,7 +260,7 @@ std::vector<const toml::table*> TomlTable::tables(const char* key) {
   }
   const toml::array* array = node->as_array();
   if (array == nullptr || !array->is_homogeneous(toml::node_type::table)) {
-    wrong_kind(key, *node, std::string("tables that begin with [[") + key + "]]");
+    wrong(kWrongType, key, {}, std::string("allowed: tables that begin with [[") + key + "]]");
     return found;
   }
   for (const toml::node& element : *array) {
@@ -243,8 +276,12 @@ void TomlTable::refuse_the_rest() {
   }
   for (const auto& [key, node] : table_) {
     if (std::find(known_keys_.begin(), known_keys_.end(), key.str()) == known_keys_.end()) {
-      findings_.error(static_cast<uint32_t>(key.source().begin.line),
-                      what_ + ": " + std::string(key.str()) + ": unknown key; allowed: " + allowed);
+      findings_.add({.rule = "unknown-key",
+                     .line = static_cast<uint32_t>(key.source().begin.line),
+                     .where = what_,
+                     .key = shortened(std::string(key.str())),
+                     .why = "unknown key",
+                     .advice = "allowed: " + allowed});
     }
   }
 }

@@ -124,6 +124,7 @@ struct TrafficBounds {
   std::optional<double> switch_outage_ms;  // forced switch, manual switch and clear
   std::optional<uint64_t> duplicates;
   std::optional<uint64_t> reordered;
+  uint32_t line = 0;
 };
 
 // The states that a node's ring can be in, by their numbers on the management interface.

@@ -1,10 +1,9 @@
 #include "lab/topology_checks.h"
 
 #include <algorithm>
+#include <map>
 #include <numeric>
 #include <set>
-
-#include "client/limits.h"
 
 namespace erps::lab {
 
@@ -36,38 +35,33 @@ class Partition {
   std::vector<size_t> parent_;
 };
 
-// Whether `first` has to have a lower address than `second`.
-bool must_precede(const Topology& topology, NodeIndex first, NodeIndex second) {
-  return first != second &&
-         std::any_of(topology.rings.begin(), topology.rings.end(), [&](const Ring& ring) {
-           return ring.owner == first && ring.has_node(second);
-         });
-}
-
 // The nodes so that owners stand before the other nodes of their rings as far as that is possible
 // (two rings that each contain the other's owner leave no order).
 std::vector<NodeIndex> owners_first(const Topology& topology) {
-  std::vector<NodeIndex> order;
-  std::vector<bool> placed(topology.nodes.size(), false);
-  while (order.size() < topology.nodes.size()) {
-    std::optional<NodeIndex> next;
-    std::optional<NodeIndex> fallback;
-    for (NodeIndex node = 0; node < topology.nodes.size() && !next; ++node) {
-      if (placed[node]) {
-        continue;
-      }
-      fallback = fallback.value_or(node);
-      bool free = true;
-      for (NodeIndex other = 0; other < topology.nodes.size(); ++other) {
-        free = free && (placed[other] || !must_precede(topology, other, node));
-      }
-      if (free) {
-        next = node;
+  std::vector<size_t> before(topology.nodes.size());  // owners that still have to stand before it
+  std::vector<std::vector<NodeIndex>> behind(topology.nodes.size());
+  for (const Ring& ring : topology.rings) {
+    for (const NodeIndex node : ring.nodes) {
+      if (node != ring.owner) {
+        behind[ring.owner].push_back(node);
+        ++before[node];
       }
     }
-    const NodeIndex chosen = next.value_or(*fallback);
-    placed[chosen] = true;
-    order.push_back(chosen);
+  }
+  std::set<std::pair<bool, NodeIndex>> left;  // false: nothing has to stand before it
+  for (NodeIndex node = 0; node < topology.nodes.size(); ++node) {
+    left.insert({before[node] != 0, node});
+  }
+  std::vector<NodeIndex> order;
+  while (!left.empty()) {
+    const NodeIndex next = left.begin()->second;
+    left.erase(left.begin());
+    order.push_back(next);
+    for (const NodeIndex node : behind[next]) {
+      if (--before[node] == 0 && left.erase({true, node}) != 0) {
+        left.insert({false, node});
+      }
+    }
   }
   return order;
 }
@@ -77,26 +71,38 @@ std::string ring_text(const Ring& ring) {
 }
 
 void check_addresses(const Topology& topology, Findings& findings) {
+  std::map<MacAddress, NodeIndex> first;
   for (NodeIndex i = 0; i < topology.nodes.size(); ++i) {
-    for (NodeIndex j = 0; j < i; ++j) {
-      if (topology.nodes[i].address == topology.nodes[j].address) {
-        findings.error(topology.nodes[i].line,
-                       "node " + topology.nodes[i].name +
-                           ": address = " + to_text(topology.nodes[i].address) + ": node " +
-                           topology.nodes[j].name + " has this address, too");
-      }
+    const Node& node = topology.nodes[i];
+    const auto [at, fresh] = first.insert({node.address, i});
+    if (!fresh) {
+      findings.add({.rule = "address-repeated",
+                    .line = node.line,
+                    .where = "node " + node.name,
+                    .key = "address",
+                    .value = to_text(node.address),
+                    .why = "node " + topology.nodes[at->second].name +
+                           " has this address, too, and each would take the other's messages for "
+                           "its own",
+                    .advice = "give each node its own"});
     }
   }
   for (const Ring& ring : topology.rings) {
+    const Node& owner = topology.nodes[ring.owner];
     for (const NodeIndex node : ring.nodes) {
-      if (topology.nodes[node].address < topology.nodes[ring.owner].address) {
-        findings.warning(
-            ring.line,
-            ring_text(ring) + ": owner = " + topology.nodes[ring.owner].name +
-                ": its address should be the lowest of the ring, and that of " +
-                topology.nodes[node].name +
-                " is lower: the ring may be split for several seconds at the start and when a "
-                "link returns");
+      if (topology.nodes[node].address < owner.address) {
+        findings.add({.severity = Severity::kWarning,
+                      .rule = "owner-not-lowest",
+                      .line = ring.line,
+                      .where = ring_text(ring),
+                      .key = "owner",
+                      .value = owner.name,
+                      .why = "its address should be the lowest of the ring, and that of " +
+                             topology.nodes[node].name +
+                             " is lower: the ring may be split for several seconds at the start "
+                             "and when a link returns",
+                      .advice = "give the owner the lowest address of the ring, or leave the "
+                                "addresses out"});
         break;
       }
     }
@@ -110,11 +116,11 @@ void check_timers(const Topology& topology, Findings& findings) {
       const Ring& first = topology.rings[rings[0]];
       const Ring& ring = topology.rings[rings[i]];
       if (!(first.timers == ring.timers)) {
-        findings.error(ring.line, ring_text(ring) +
-                                      ": wtr_ms, guard_ms or holdoff_ms differ from "
-                                      "those of " +
-                                      ring_text(first) + ", and node " + topology.nodes[node].name +
-                                      " is part of both: a node has one set of timers");
+        findings.error("timers-differ", ring.line, ring_text(ring),
+                       "wtr_ms, guard_ms or holdoff_ms differ from those of " + ring_text(first) +
+                           ", and node " + topology.nodes[node].name +
+                           " is part of both: a node has one set of timers",
+                       "set the same in both rings");
       }
     }
   }
@@ -130,10 +136,14 @@ void check_shared_vlans(const Topology& topology, Findings& findings) {
         const bool interconnected =
             a.is_interconnection_node(node) || b.is_interconnection_node(node);
         if (a.control_vlan == b.control_vlan && !interconnected) {
-          findings.error(b.line, ring_text(b) +
-                                     ": control_vlan = " + std::to_string(b.control_vlan) + ": " +
-                                     ring_text(a) + " uses it at node " +
-                                     topology.nodes[node].name + ", too; allowed: one of its own");
+          findings.add(
+              {.rule = "control-vlan-repeated",
+               .line = b.line,
+               .where = ring_text(b),
+               .key = "control_vlan",
+               .value = std::to_string(b.control_vlan),
+               .why = ring_text(a) + " uses it at node " + topology.nodes[node].name + ", too",
+               .advice = "allowed: one of its own"});
         }
       }
     }
@@ -147,11 +157,62 @@ void check_interconnections(const Topology& topology, Findings& findings) {
       continue;
     }
     for (const NodeIndex node : {ring.nodes.front(), ring.nodes.back()}) {
+      const std::string& name = topology.nodes[node].name;
+      const Ring& major = topology.rings[*ring.major_ring];
       if (!taken.insert({node, *ring.major_ring}).second) {
-        findings.error(ring.line, ring_text(ring) + ": nodes: " + topology.nodes[node].name +
-                                      " joins another sub-ring to the same major ring; a node "
-                                      "joins one sub-ring at most");
+        findings.error("sub-ring-second-at-node", ring.line, ring_text(ring),
+                       "nodes: " + name +
+                           " joins another sub-ring to the same major ring; a node joins one "
+                           "sub-ring at most",
+                       "let one of them end at another node");
       }
+      if (&major != &ring && major.is_interconnection_node(node)) {
+        findings.error("sub-ring-at-sub-ring-end", ring.line, ring_text(ring),
+                       "nodes: " + name + " is itself an end of " + ring_text(major) +
+                           " and has one port in it; a major ring has two at each node",
+                       "let it end at another node of " + ring_text(major));
+      }
+      if (ring.owner == node && !ring.revertive) {
+        findings.error("sub-ring-owner-revertive", ring.line, ring_text(ring),
+                       "revertive: its owner " + name +
+                           " is an end of it, where operation is always revertive",
+                       "make another node of the sub-ring its owner, or set revertive = true");
+      }
+      if (major.owner == node) {
+        findings.add({.severity = Severity::kWarning,
+                      .rule = "owner-at-interconnection",
+                      .line = major.line,
+                      .where = ring_text(major),
+                      .key = "owner",
+                      .value = name,
+                      .why = "an interconnection node tells its major ring of changes in the "
+                             "sub-ring with R-APS(Event), which replaces the message that it "
+                             "repeats: a node that missed R-APS(NR,RB) does not get it again",
+                      .advice = "make a node the owner that is no end of a sub-ring"});
+      }
+    }
+  }
+}
+
+// What the file expects and no ring can do.
+void check_bounds(const Topology& topology, Findings& findings) {
+  const TrafficBounds& bounds = topology.bounds;
+  const bool any = bounds.cut_outage_ms || bounds.restore_outage_ms || bounds.switch_outage_ms ||
+                   bounds.duplicates || bounds.reordered;
+  if (any && topology.streams.empty()) {
+    findings.warning("expectation-without-stream", bounds.line, "expect",
+                     "nothing is measured without a [[stream]]", "add one between two hosts");
+  }
+  for (const Ring& ring : topology.rings) {
+    if (bounds.cut_outage_ms && ring.timers.holdoff_ms > *bounds.cut_outage_ms) {
+      findings.add({.severity = Severity::kWarning,
+                    .rule = "expectation-below-holdoff",
+                    .line = bounds.line,
+                    .where = "expect",
+                    .key = "cut_outage_ms",
+                    .why = "cannot hold in " + ring_text(ring) + ", whose hold-off time is " +
+                           std::to_string(ring.timers.holdoff_ms) + " ms",
+                    .advice = "shorten the hold-off time, or expect less"});
     }
   }
 }
@@ -194,19 +255,21 @@ void check_network(const Topology& topology, Findings& findings) {
       continue;
     }
     if (!joined.join(link.ends[0].node, link.ends[1].node)) {
-      findings.error(link.line, "link " + link.name +
-                                    ": closes a loop that no ring's RPL opens; every loop has to "
-                                    "be a ring");
+      findings.error("loop-without-ring", link.line, "link " + link.name,
+                     "closes a loop that no ring's RPL opens",
+                     "make the loop a [[ring]], or remove the link");
     }
   }
   for (const Stream& stream : topology.streams) {
     const Host& a = topology.hosts[stream.hosts[0]];
     const Host& b = topology.hosts[stream.hosts[1]];
     if (!are_connected(topology, a.node, b.node, {})) {
-      findings.error(stream.line,
-                     "stream: between " + a.name + " and " + b.name + ": no link joins them");
+      findings.error("stream-without-way", stream.line, "stream",
+                     "between " + a.name + " and " + b.name + ": no link joins them",
+                     "add links, or move a host");
     }
   }
+  check_bounds(topology, findings);
 }
 
 bool are_connected(const Topology& topology, NodeIndex a, NodeIndex b,

@@ -1,10 +1,11 @@
 #include "lab/topology_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 
+#include "lab/script_hazards.h"
 #include "lab/script_outlook.h"
 #include "lab/topology_checks.h"
 #include "lab/topology_reader.h"
@@ -13,13 +14,71 @@ namespace erps::lab {
 
 namespace {
 
+constexpr size_t kLongestText = size_t{1} << 20U;
+
+struct Limit {
+  const char* key;
+  size_t most;
+};
+
+// More than any laboratory holds, and few enough for every check to be done at once.
+constexpr Limit kLimits[] = {{"node", 512}, {"link", 1024},  {"host", 512},
+                             {"ring", 239}, {"stream", 256}, {"step", 4096}};
+
+bool is_within_limits(TomlTable& table, Findings& findings) {
+  bool within = true;
+  for (const Limit& limit : kLimits) {
+    const size_t count = table.tables(limit.key).size();
+    if (count > limit.most) {
+      findings.error("too-large", 0, "", std::to_string(count) + " [[" + limit.key + "]] tables",
+                     "allowed: " + std::to_string(limit.most) + " at most");
+      within = false;
+    }
+  }
+  return within;
+}
+
+// The first line with so many dots that its keys, taken for tables in tables, could exhaust the
+// stack of the TOML parser; 0 where there is none.
+uint32_t too_deep_line(std::string_view text) {
+  constexpr size_t kMostDots = 100;
+  uint32_t line = 1;
+  size_t dots = 0;
+  for (const char c : text) {
+    if (c == '\n') {
+      ++line;
+      dots = 0;
+    } else if (c == '.' && ++dots > kMostDots) {
+      return line;
+    }
+  }
+  return 0;
+}
+
+void read_name(TomlTable& table, Topology& topology) {
+  const auto name = table.text("name");
+  if (!name) {
+    return;
+  }
+  if (std::any_of(name->value.begin(), name->value.end(),
+                  [](unsigned char c) { return c < 0x20 || c == 0x7F; })) {
+    table.wrong("bad-name", "name", {}, "allowed: a text of one line");
+    return;
+  }
+  topology.name = name->value;
+}
+
 void read_all(const toml::table& root, TopologyFile& file) {
   TomlTable table(root, "topology", file.findings);
-  Reading reading{file.topology, file.findings, {}, {}, {}, {}, {}};
-  if (const auto name = table.text("name")) {
-    file.topology.name = name->value;
+  read_name(table, file.topology);
+  const toml::table* simulation = table.table("simulation");
+  const toml::table* expect = table.table("expect");
+  const toml::table* script = table.table("script");
+  if (!is_within_limits(table, file.findings)) {
+    return;
   }
-  if (const toml::table* simulation = table.table("simulation")) {
+  Reading reading(file.topology, file.findings);
+  if (simulation != nullptr) {
     read_simulation(reading, *simulation);
   }
   // Definitions first, so that the order of the tables in the file does not matter.
@@ -28,14 +87,24 @@ void read_all(const toml::table& root, TopologyFile& file) {
   read_hosts(reading, table.tables("host"));
   read_rings(reading, table.tables("ring"));
   read_streams(reading, table.tables("stream"));
-  if (const toml::table* expect = table.table("expect")) {
+  if (expect != nullptr) {
     read_bounds(reading, *expect);
   }
-  const toml::table* script = table.table("script");
+  const size_t before_script = file.findings.count(Severity::kError);
   read_script(reading, script, table.tables("step"));
+  const bool script_sound = file.findings.count(Severity::kError) == before_script;
   table.refuse_the_rest();
   if (file.topology.nodes.empty() && reading.broken_nodes.empty()) {
-    file.findings.error(0, "no [[node]]: a topology has one node at least");
+    file.findings.error("no-node", 0, "", "no [[node]]: a topology has one node at least");
+  }
+  assign_addresses(file.topology);
+  check_rings(file.topology, file.findings);
+  if (reading.is_structure_sound()) {
+    check_network(file.topology, file.findings);
+    if (script_sound) {
+      script_outlook(file.topology, file.findings);
+      check_script(file.topology, file.findings);
+    }
   }
 }
 
@@ -43,38 +112,45 @@ void read_all(const toml::table& root, TopologyFile& file) {
 
 TopologyFile parse_topology(std::string_view text) {
   TopologyFile file;
-  toml::table root;
-  try {
-    root = toml::parse(text);
-  } catch (const toml::parse_error& error) {
-    file.findings.error(static_cast<uint32_t>(error.source().begin.line),
-                        "this is not TOML: " + std::string(error.description()));
+  if (text.size() > kLongestText) {
+    file.findings.error("too-large", 0, "", std::to_string(text.size()) + " bytes",
+                        "allowed: " + std::to_string(kLongestText) + " at most");
     return file;
   }
-  read_all(root, file);
-  assign_addresses(file.topology);
-  check_rings(file.topology, file.findings);
-  if (!file.findings.has_errors()) {
-    check_network(file.topology, file.findings);
+  if (const uint32_t line = too_deep_line(text)) {
+    file.findings.error("not-toml", line, "", "too many dots in one line", "allowed: 100 at most");
+    return file;
   }
-  if (!file.findings.has_errors()) {
-    script_outlook(file.topology, file.findings);
+  try {
+    const toml::table root = toml::parse(text);
+    read_all(root, file);
+  } catch (const toml::parse_error& error) {
+    file.findings.error("not-toml", static_cast<uint32_t>(error.source().begin.line), "",
+                        "this is not TOML: " + std::string(error.description()));
   }
   return file;
 }
 
 TopologyFile load_topology(const std::string& path) {
+  TopologyFile file;
   std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
+  std::string text;
   if (in) {
-    text << in.rdbuf();
+    // One byte more than is allowed tells a file that is too long, whatever its length.
+    text.resize(kLongestText + 1);
+    in.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<size_t>(in.gcount()));
   }
-  if (!in || in.bad() || text.fail()) {
-    TopologyFile file;
-    file.findings.error(0, std::string("cannot be read: ") + std::strerror(errno));
+  if (in.bad() || (!in && !in.eof())) {
+    file.findings.error(kUnreadable, 0, "", std::string("cannot be read: ") + std::strerror(errno));
     return file;
   }
-  return parse_topology(text.str());
+  if (text.size() > kLongestText) {
+    file.findings.error("too-large", 0, "", "longer than a topology file is",
+                        "allowed: " + std::to_string(kLongestText) + " bytes at most");
+    return file;
+  }
+  return parse_topology(text);
 }
 
 }  // namespace erps::lab

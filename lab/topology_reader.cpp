@@ -9,14 +9,19 @@ namespace erps::lab {
 namespace {
 
 constexpr size_t kLongestName = 31;
-constexpr int64_t kMostFramesPerS = 100000;
+constexpr size_t kMostNames = 20;  // in a message
+constexpr client::Range kFramesPerSRange{1, 100000, "frames a second"};
+constexpr client::Range kFramesRange{0, INT32_MAX, "frames"};
 constexpr double kLongestOutageMs = 3600000;
 
 template <typename Item>
 std::string names_of(const std::vector<Item>& items) {
   std::string names;
-  for (const Item& item : items) {
-    names += (names.empty() ? "" : ", ") + item.name;
+  for (size_t i = 0; i < std::min(items.size(), kMostNames); ++i) {
+    names += (names.empty() ? "" : ", ") + items[i].name;
+  }
+  if (items.size() > kMostNames) {
+    names += ", ... (" + std::to_string(items.size()) + " in all)";
   }
   return names.empty() ? "none is defined" : names;
 }
@@ -33,7 +38,7 @@ std::optional<std::array<std::string, 2>> read_between(TomlTable& table, const c
     return std::nullopt;
   }
   if (names->value.size() != 2 || names->value[0] == names->value[1]) {
-    table.wrong("between", "allowed: " + allowed);
+    table.wrong("wrong-value", "between", {}, "allowed: " + allowed);
     return std::nullopt;
   }
   return std::array<std::string, 2>{names->value[0], names->value[1]};
@@ -52,13 +57,30 @@ std::optional<std::string> read_name(TomlTable& table) {
 }
 
 // Gives ports without a number the lowest that their node has left.
-void number_ports(Topology& topology) {
+void number_ports(Reading& reading) {
+  Topology& topology = reading.topology;
+  std::vector<std::set<uint32_t>> taken(topology.nodes.size());
+  for (const Link& link : topology.links) {
+    for (const LinkEnd& end : link.ends) {
+      taken[end.node].insert(end.port);
+    }
+  }
   for (Link& link : topology.links) {
     for (LinkEnd& end : link.ends) {
-      for (uint32_t port = 1; end.port == 0; ++port) {
-        if (!topology.link_at_port(end.node, port)) {
-          end.port = port;
-        }
+      uint32_t port = end.port;
+      while (end.port == 0 && taken[end.node].count(port) != 0) {
+        ++port;
+      }
+      if (port > client::kPortRange.max) {
+        reading.findings.error("too-many-ports", link.line, "link " + link.name,
+                               "node " + topology.nodes[end.node].name +
+                                   " has more ports than the allowed " +
+                                   std::to_string(client::kPortRange.max),
+                               "move links to other nodes");
+        reading.structure_broken = true;
+      } else {
+        end.port = port;
+        taken[end.node].insert(port);
       }
     }
   }
@@ -73,7 +95,7 @@ bool is_good_name(TomlTable& table, const char* key, const std::string& name) {
   };
   if (name.empty() || name.size() > kLongestName || !std::all_of(name.begin(), name.end(), good) ||
       name[0] == '.' || name[0] == '-') {
-    table.wrong(key,
+    table.wrong("bad-name", key, {},
                 "allowed: 1 to 31 letters, digits, '-', '_' and '.', with neither '-' nor '.' "
                 "in front");
     return false;
@@ -85,7 +107,8 @@ std::optional<NodeIndex> node_named(Reading& reading, TomlTable& table, const ch
                                     const std::string& name) {
   const auto found = reading.topology.find_node(name);
   if (!found && reading.broken_nodes.count(name) == 0) {
-    table.wrong(key, "no node is named " + name + "; allowed: " + names_of(reading.topology.nodes));
+    table.wrong("unknown-name", key, "no node is named " + name,
+                "allowed: " + names_of(reading.topology.nodes));
   }
   return found;
 }
@@ -94,7 +117,8 @@ std::optional<LinkIndex> link_named(Reading& reading, TomlTable& table, const ch
                                     const std::string& name) {
   const auto found = reading.topology.find_link(name);
   if (!found && reading.broken_links.count(name) == 0) {
-    table.wrong(key, "no link is named " + name + "; allowed: " + names_of(reading.topology.links));
+    table.wrong("unknown-name", key, "no link is named " + name,
+                "allowed: " + names_of(reading.topology.links));
   }
   return found;
 }
@@ -113,13 +137,14 @@ void read_nodes(Reading& reading, const std::vector<const toml::table*>& tables)
     if (const auto address = table.text("address")) {
       const auto parsed = parse_mac_address(address->value);
       if (!parsed || parsed->is_group() || parsed->is_zero()) {
-        table.wrong("address", "allowed: an individual MAC address as in 02:00:00:00:00:01");
+        table.wrong("wrong-value", "address", {},
+                    "allowed: an individual MAC address as in 02:00:00:00:00:01");
       } else {
         node.address = *parsed;
       }
     }
     if (name && reading.topology.find_node(*name)) {
-      table.wrong("name", "another node has this name");
+      table.wrong("name-repeated", "name", "another node has this name", "give it its own");
       good = false;
     }
     table.refuse_the_rest();
@@ -150,12 +175,13 @@ void read_links(Reading& reading, const std::vector<const toml::table*>& tables)
     link.simulated = reading.simulated_link;
     read_simulated_link(table, link.simulated);
     if (topology.find_link(link.name)) {
-      table.wrong("name", "another link is named " + link.name + "; give one of them a name");
+      table.wrong("name-repeated", "name", "another link is named " + link.name,
+                  "give one of them a name");
       good = false;
     }
-    const auto ports = table.integers("ports", client::kPortRange.min, client::kPortRange.max);
+    const auto ports = table.integers("ports", client::kPortRange, "port-range");
     if (ports && ports->value.size() != 2) {
-      table.wrong("ports", "allowed: two port numbers, in the order of between");
+      table.wrong("wrong-value", "ports", {}, "allowed: two port numbers, in the order of between");
       good = false;
     }
     for (size_t i = 0; between && i < 2; ++i) {
@@ -168,9 +194,10 @@ void read_links(Reading& reading, const std::vector<const toml::table*>& tables)
       if (ports && ports->value.size() == 2) {
         link.ends[i].port = static_cast<uint32_t>(ports->value[i]);
         if (const auto other = topology.link_at_port(*node, link.ends[i].port)) {
-          table.wrong("ports", "port " + std::to_string(link.ends[i].port) + " of " +
-                                   (*between)[i] + " belongs to link " +
-                                   topology.links[*other].name);
+          table.wrong("port-repeated", "ports",
+                      "port " + std::to_string(link.ends[i].port) + " of " + (*between)[i] +
+                          " belongs to link " + topology.links[*other].name,
+                      "give each link of a node its own port");
           good = false;
         }
       }
@@ -182,16 +209,7 @@ void read_links(Reading& reading, const std::vector<const toml::table*>& tables)
       reading.broken_links.insert(link.name);
     }
   }
-  number_ports(topology);
-  for (const Link& link : topology.links) {
-    for (const LinkEnd& end : link.ends) {
-      if (end.port > client::kPortRange.max) {
-        reading.findings.error(link.line, "link " + link.name + ": node " +
-                                              topology.nodes[end.node].name +
-                                              " has more ports than the allowed 63");
-      }
-    }
-  }
+  number_ports(reading);
 }
 
 void read_hosts(Reading& reading, const std::vector<const toml::table*>& tables) {
@@ -206,7 +224,7 @@ void read_hosts(Reading& reading, const std::vector<const toml::table*>& tables)
     }
     bool good = name.has_value();
     if (name && reading.topology.find_host(*name)) {
-      table.wrong("name", "another host has this name");
+      table.wrong("name-repeated", "name", "another host has this name", "give it its own");
       good = false;
     }
     if (!table.has("node")) {
@@ -239,8 +257,8 @@ void read_streams(Reading& reading, const std::vector<const toml::table*>& table
         const std::string& name = (*between)[i];
         const auto host = reading.topology.find_host(name);
         if (!host && reading.broken_hosts.count(name) == 0) {
-          table.wrong("between", "no host is named " + name +
-                                     "; allowed: " + names_of(reading.topology.hosts));
+          table.wrong("unknown-name", "between", "no host is named " + name,
+                      "allowed: " + names_of(reading.topology.hosts));
         }
         good = good && host.has_value();
         stream.hosts[i] = host.value_or(0);
@@ -248,7 +266,7 @@ void read_streams(Reading& reading, const std::vector<const toml::table*>& table
     } else {
       good = false;
     }
-    if (const auto rate = table.integer("frames_per_s", 1, kMostFramesPerS, "frames a second")) {
+    if (const auto rate = table.integer("frames_per_s", kFramesPerSRange)) {
       stream.frames_per_s = static_cast<uint32_t>(rate->value);
     }
     table.refuse_the_rest();
@@ -261,13 +279,14 @@ void read_streams(Reading& reading, const std::vector<const toml::table*>& table
 void read_bounds(Reading& reading, const toml::table& toml_table) {
   TomlTable table(toml_table, "expect", reading.findings);
   TrafficBounds& bounds = reading.topology.bounds;
+  bounds.line = table.line();
   const auto outage = [&](const char* key, std::optional<double>& bound) {
     if (const auto value = table.number(key, 0, kLongestOutageMs, "ms")) {
       bound = value->value;
     }
   };
   const auto count = [&](const char* key, std::optional<uint64_t>& bound) {
-    if (const auto value = table.integer(key, 0, INT32_MAX, "frames")) {
+    if (const auto value = table.integer(key, kFramesRange)) {
       bound = static_cast<uint64_t>(value->value);
     }
   };

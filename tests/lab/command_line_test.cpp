@@ -32,7 +32,8 @@ TEST(CommandLine, AMistakeInTheFileIsToldAndNothingRuns) {
       directory.write("ring.toml", four_nodes() + ring_of_four("guard_ms = 1\n"));
   const LabResult result = lab({"run", path, "--erpsd", "/nonexistent"});
   EXPECT_EQ(result.status, 2);
-  EXPECT_EQ(result.err, path + ":33: error: ring 1: guard_ms = 1: allowed: 10 to 2000 ms\n");
+  EXPECT_EQ(result.err,
+            path + ":33: error: ring 1: guard_ms = 1: allowed: 10 to 2000 ms [timer-range]\n");
   EXPECT_EQ(result.out, "");
 }
 

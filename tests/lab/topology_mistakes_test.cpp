@@ -46,14 +46,14 @@ const Mistake kFileMistakes[] = {
     {"NotToml", "name = \n", "f:1: error: this is not TOML"},
     {"NoNode", "name = \"empty\"\n", "f: error: no [[node]]: a topology has one node at least"},
     {"UnknownKeyAtTheTop", "nodes = 4\n" + kRing,
-     "f:1: error: topology: nodes: unknown key; allowed: name, simulation, node, link, host, "
-     "ring, stream, expect, script, step"},
+     "f:1: error: topology: nodes: unknown key; allowed: name, simulation, expect, script, "
+     "node, link, host, ring, stream, step"},
     {"NodeIsNoListOfTables", "node = 3\n",
      "f:1: error: topology: node = 3: allowed: tables that begin with [[node]]"},
 };
 
 const Mistake kNodeMistakes[] = {
-    {"NodeWithoutName", "[[node]]\n", "f:1: error: node: name is missing; allowed: a text"},
+    {"NodeWithoutName", "[[node]]\n", "f:1: error: node: name: missing; allowed: a text"},
     {"NodeNameIsANumber", "[[node]]\nname = 3\n",
      "f:2: error: node: name = 3: allowed: a text in quotes"},
     {"NodeNameWithAColon", "[[node]]\nname = \"a:b\"\n",
@@ -74,7 +74,7 @@ const Mistake kNodeMistakes[] = {
 
 const Mistake kLinkMistakes[] = {
     {"LinkWithoutEnds", "[[node]]\nname = \"a\"\n[[link]]\n",
-     "f:3: error: link: between is missing; allowed: two different nodes"},
+     "f:3: error: link: between: missing; allowed: two different nodes"},
     {"LinkWithOneEnd", "[[node]]\nname = \"a\"\n[[link]]\nbetween = [\"a\"]\n",
      "f:4: error: link: between = [ 'a' ]: allowed: two different nodes"},
     {"LinkToItself", "[[node]]\nname = \"a\"\n[[link]]\nbetween = [\"a\", \"a\"]\n",
@@ -100,7 +100,7 @@ const Mistake kLinkMistakes[] = {
 
 const Mistake kHostMistakes[] = {
     {"HostWithoutNode", "[[node]]\nname = \"a\"\n[[host]]\nname = \"h\"\n",
-     "f:3: error: host h: node is missing; allowed: the name of a node"},
+     "f:3: error: host h: node: missing; allowed: the name of a node"},
     {"HostAtNobody", "[[node]]\nname = \"a\"\n[[host]]\nname = \"h\"\nnode = \"b\"\n",
      "f:5: error: host h: node = 'b': no node is named b; allowed: a"},
     {"HostNameTwice", kRing + "[[host]]\nname = \"h1\"\nnode = \"n2\"\n",
@@ -117,12 +117,14 @@ const Mistake kHostMistakes[] = {
 
 const Mistake kRingMistakes[] = {
     {"RingIdTooHigh", swapped(kRing, "id = 1", "id = 240"), "ring: id = 240: allowed: 1 to 239"},
-    {"RingIdMissing", swapped(kRing, "id = 1\n", ""), "ring: id is missing; allowed: 1 to 239"},
+    {"RingIdMissing", swapped(kRing, "id = 1\n", ""), "ring: id: missing; allowed: 1 to 239"},
     {"RingIdTwice", kRing + ring_of_four(), "ring 1: id = 1: another ring has this ID"},
     {"UntaggedControlVlan", swapped(kRing, "control_vlan = 100", "control_vlan = 0"),
-     "ring 1: control_vlan = 0: allowed: 1 to 4094"},
+     "ring 1: control_vlan = 0: untagged R-APS messages are not understood between nodes; allowed: "
+     "1 "
+     "to 4094"},
     {"NoControlVlan", swapped(kRing, "control_vlan = 100\n", ""),
-     "ring 1: control_vlan is missing; allowed: 1 to 4094"},
+     "ring 1: control_vlan: missing; allowed: 1 to 4094"},
     {"RingOfUnknownNode", swapped(kRing, "\"n2\", \"n3\", \"n4\"]", "\"n2\", \"n9\"]"),
      "no node is named n9; allowed: n1, n2, n3, n4"},
     {"NodeTwiceInARing", swapped(kRing, "\"n2\", \"n3\", \"n4\"]", "\"n2\", \"n2\"]"),
@@ -132,12 +134,12 @@ const Mistake kRingMistakes[] = {
     {"RingNodesNotJoined", swapped(kRing, "\"n2\", \"n3\", \"n4\"]", "\"n3\", \"n2\", \"n4\"]"),
      "no link joins n1 and n3"},
     {"NoOwner", swapped(kRing, "owner = \"n1\"\n", ""),
-     "ring 1: owner is missing; allowed: a node of the ring"},
+     "ring 1: owner: missing; allowed: a node of the ring"},
     {"OwnerElsewhere",
      swapped(kRing, "owner = \"n1\"", "owner = \"x\"") + "[[node]]\nname = \"x\"\n",
      "ring 1: owner = 'x': this node is not part of the ring"},
     {"NoRpl", swapped(kRing, "rpl = \"n4-n1\"\n", ""),
-     "ring 1: rpl is missing; allowed: a link of the ring at its owner"},
+     "ring 1: rpl: missing; allowed: a link of the ring at its owner"},
     {"UnknownRpl", swapped(kRing, "rpl = \"n4-n1\"", "rpl = \"n1-n4\""),
      "no link is named n1-n4; allowed: n1-n2, n2-n3, n3-n4, n4-n1"},
     {"RplNotAtTheOwner", swapped(kRing, "rpl = \"n4-n1\"", "rpl = \"n2-n3\""),
@@ -167,9 +169,9 @@ const Mistake kSubRingMistakes[] = {
      "exactly one interconnection node watches and the other one marks: two watching nodes build a "
      "loop after a single cut, two marking nodes do not repair a split"},
     {"NobodyWatches", kRing + sub_ring(""),
-     "ring 2: watching is missing; allowed: the first or the last of the sub-ring's nodes"},
+     "ring 2: watching: missing; allowed: the first or the last of the sub-ring's nodes"},
     {"InnerNodeWatches", kRing + sub_ring("watching = \"n5\"\n"),
-     "ring 2: watching = 'n5': allowed: n2, n3, the ends of the sub-ring"},
+     "ring 2: watching = 'n5': only the ends of a sub-ring watch or mark; allowed: n2, n3"},
     {"UnknownMajorRing", kRing + swapped(sub_ring(), "major_ring = 1", "major_ring = 9"),
      "ring 2: major_ring = 9: allowed: the ID of another ring of this file"},
     {"OtherControlVlan", kRing + swapped(sub_ring(), "control_vlan = 100", "control_vlan = 200"),
@@ -206,7 +208,7 @@ const Mistake kScriptMistakes[] = {
      "step 1 (clear at n1 on ring 1): no switch was commanded at this node and ring"},
     {"ClearWithoutRing",
      ladder() + "[[step]]\nforced_switch = \"n2:n1-n2\"\n[[step]]\nclear = \"n2\"\n",
-     "step 2: clear = 'n2': this node is part of several rings: say which with ring"},
+     "step 2: clear = 'n2': this node is part of several rings; say which with ring"},
     {"ManualSwitchWhileProtecting",
      kRing + "[[step]]\ncut = \"n1-n2\"\n[[step]]\nmanual_switch = \"n3:n3-n4\"\n",
      "a manual switch is refused while the ring is protecting"},
@@ -215,7 +217,7 @@ const Mistake kScriptMistakes[] = {
     {"KillTwice", kRing + "[[step]]\nkill = \"n1\"\n[[step]]\nkill = \"n1\"\n",
      "step 2 (kill the daemon of n1): its daemon does not run at this point of the script"},
     {"UnknownState", kRing + "[[step]]\nwait_ms = 1\nstate = { 1 = \"happy\" }\n",
-     "step 1: state of ring 1 = 'happy': allowed: idle, protection, manual, forced, pending"},
+     "step 1: state = { 1 = 'happy' }: allowed: idle, protection, manual, forced, pending"},
     {"StateOfUnknownRing", kRing + "[[step]]\nwait_ms = 1\nstate = { 9 = \"idle\" }\n",
      "no ring has the ID 9"},
     {"OutcomeThatCannotBeTold",
@@ -268,7 +270,8 @@ TEST(TopologyMistakes, WhatRefersToABrokenPartIsNotReportedAsWell) {
 TEST(TopologyMistakes, AFileThatIsNotThereIsOne) {
   const TopologyFile file = load_topology("/nonexistent/ring.toml");
   EXPECT_EQ(to_text(file.findings, "/nonexistent/ring.toml"),
-            "/nonexistent/ring.toml: error: cannot be read: No such file or directory\n");
+            "/nonexistent/ring.toml: error: cannot be read: No such file or directory "
+            "[unreadable]\n");
 }
 
 }  // namespace
