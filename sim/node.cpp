@@ -25,6 +25,7 @@ Node::Node(World& the_world, Network& network, NodeIndex node_index, const NodeP
       locks(the_world, pace),
       network_(network),
       configuration_(configuration_of(node_plan)),
+      watch_(the_world, node_index),
       flush_worker_(the_world, fabric) {}
 
 Node::~Node() {
@@ -51,6 +52,7 @@ void Node::power_on() {
 
 void Node::load_module() {
   module_ = std::make_unique<ModuleCopy>(world.options.module_path);
+  watch_.begin(*module_);
   host_ = make_task(
       "host", [this] { run_host(); }, world.chance.in(world.timing.boot_us));
   module_runs_ = true;
@@ -121,7 +123,7 @@ void Node::lose_module() {
   events.close();
   locks.forget();
   module_.reset();
-  addresses_ = {};
+  watch_.end();
   heap.release_all();
 }
 
@@ -130,7 +132,13 @@ void Node::on_carrier(uint32_t port, bool up) {
 }
 
 void Node::on_frame(uint32_t port, Frame frame) {
-  if (captures_ && frame.is_raps()) {
+  const bool is_raps = frame.is_raps();
+  if (is_raps) {
+    for (Observer* observer : world.observers) {
+      observer->on_reception(world.now_us(), index, port, frame.bytes);
+    }
+  }
+  if (captures_ && is_raps) {
     events.post_frame(port, std::move(frame));
   } else {
     pass_on(port, std::move(frame));
@@ -169,10 +177,9 @@ ModuleRecords Node::records() {
   if (module_ == nullptr) {
     return {};
   }
-  if (addresses_.rings == nullptr) {
-    addresses_ = RecordAddresses::of(*module_);
-  }
-  return {addresses_, clock_us()};
+  // Those of a stripped module cannot be found, which is said here.
+  return {watch_.addresses().rings != nullptr ? watch_.addresses() : RecordAddresses::of(*module_),
+          clock_us()};
 }
 
 bool Node::set_port_state(uint32_t port, uint32_t state) {
@@ -227,6 +234,7 @@ int Node::receive_event(ERPS_EVENT_MSG_T& event) {
   handling_ = nullptr;
   fabric.finish_event();
   flush_worker_.kick();
+  piece_of_work_done();
   locks.check_none_held(task, "waits for an event");
   if (!events.receive(event, task)) {
     return -1;

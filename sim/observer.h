@@ -16,6 +16,9 @@ class Observer {
   // A module hands a frame to its switch, whatever it takes it for.
   virtual void on_transmission(int64_t /*time_us*/, NodeIndex /*node*/, uint32_t /*port*/,
                                const std::vector<uint8_t>& /*bytes*/) {}
+  // An R-APS frame arrives at a node, whatever becomes of it there.
+  virtual void on_reception(int64_t /*time_us*/, NodeIndex /*node*/, uint32_t /*port*/,
+                            const std::vector<uint8_t>& /*bytes*/) {}
   // At the end of every instant in which a port, a link or a node changed what it forwards.
   virtual void on_forwarding(int64_t /*time_us*/, const Forwarding& /*forwarding*/) {}
   virtual void on_log(int64_t /*time_us*/, NodeIndex /*node*/, int /*level*/,
