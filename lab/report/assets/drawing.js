@@ -1,0 +1,203 @@
+// The network as a picture that follows the time.
+
+const kLetters = {init: "N", idle: "I", protection: "P", manual: "M", forced: "F", pending: "W",
+  off: "×", booting: "…", stopped: "■"};
+
+function between(one, other, share) {
+  return {x: one.x + (other.x - one.x) * share, y: one.y + (other.y - one.y) * share};
+}
+
+class Drawing {
+  constructor(run, layout, host) {
+    Object.assign(this, {run, layout});
+    const {left, top, width, height} = layout.box;
+    this.links = run.links.map((link, index) => this.makeLink(link, index));
+    this.flights = svg("g", {class: "flights"});
+    this.nodes = run.nodes.map((name, node) => this.makeNode(name, node));
+    this.label = svg("title");
+    this.root = svg("svg", {class: `network ${layout.sizes.tier}`, role: "img",
+      viewBox: `${left} ${top} ${width} ${height}`}, this.label,
+      svg("g", {}, ...this.links.map(({group}) => group)),
+      svg("g", {}, ...this.nodes.map(({group}) => group)), this.flights);
+    host.append(this.root);
+  }
+
+  // Where a line from a node towards another one leaves the node's shape.
+  rim(node, towards) {
+    const from = this.layout.points[node], to = this.layout.points[towards];
+    const {width, height, tier} = this.layout.sizes;
+    const dx = to.x - from.x, dy = to.y - from.y, length = Math.hypot(dx, dy) || 1;
+    const reach = tier === "small" || tier === "tiny" ? width / 2
+      : Math.min(width / 2 / (Math.abs(dx / length) || 1e-9), height / 2 / (Math.abs(dy / length) || 1e-9));
+    const share = Math.min(0.45, (reach + 1) / length);
+    return between(from, to, share);
+  }
+
+  makeLink(link, index) {
+    const {points, sizes} = this.layout;
+    const [a, b] = link.nodes;
+    const one = this.rim(a, b), other = this.rim(b, a);
+    const length = Math.hypot(other.x - one.x, other.y - one.y) || 1;
+    const unit = {x: (other.x - one.x) / length, y: (other.y - one.y) / length};
+    const middle = between(one, other, 0.5);
+    const bar = {large: 9, medium: 7, small: 6, tiny: 4}[sizes.tier];
+    const inset = Math.min(length * 0.22, bar + 3);
+    const bars = [one, other].map((end, i) => {
+      const sign = i === 0 ? 1 : -1;
+      const x = end.x + sign * unit.x * inset, y = end.y + sign * unit.y * inset;
+      return svg("line", {class: "bar", x1: x - unit.y * bar, y1: y + unit.x * bar,
+        x2: x + unit.y * bar, y2: y - unit.x * bar});
+    });
+    const arm = Math.min(bar, length * 0.3);
+    const cross = svg("path", {class: "cross",
+      d: `M${middle.x - arm} ${middle.y - arm}l${2 * arm} ${2 * arm}m0 ${-2 * arm}l${-2 * arm} ${2 * arm}`});
+    const group = svg("g", {class: "link"},
+      svg("line", {class: "wire", x1: one.x, y1: one.y, x2: other.x, y2: other.y}), ...bars, cross);
+    if (this.run.rings.some(({rpl}) => rpl === index)) group.append(this.rplLabel(middle, unit, points, bar));
+    const title = svg("title");
+    group.append(title);
+    return {group, bars, title, one, other, unit};
+  }
+
+  // Beside the link, on the side away from the middle of the picture.
+  rplLabel(middle, unit, points, bar) {
+    const centre = centreOf(points);
+    let normal = {x: -unit.y, y: unit.x};
+    if ((middle.x - centre.x) * normal.x + (middle.y - centre.y) * normal.y > 0) {
+      normal = {x: -normal.x, y: -normal.y};
+    }
+    const away = bar + 14;
+    return svg("text", {class: "rpl", x: middle.x + normal.x * away * 1.2,
+      y: middle.y + normal.y * away + 4, "text-anchor": "middle"}, "RPL");
+  }
+
+  makeNode(name, node) {
+    const {sizes, points} = this.layout;
+    const {x, y} = points[node];
+    const places = this.run.placesOfNode[node];
+    const owner = this.run.rings.some((ring) => ring.owner === node);
+    const group = svg("g", {class: "node", transform: `translate(${x} ${y})`});
+    const parts = [];
+    if (sizes.tier === "large" || sizes.tier === "medium") {
+      const {width, height} = sizes;
+      group.append(svg("rect", {class: "case", x: -width / 2, y: -height / 2, width, height, rx: 8}));
+      const share = width / Math.max(places.length, 1);
+      places.forEach((place, i) => {
+        const shape = svg("path", {class: "fill", d: roundedPart(width, height, i, places.length)});
+        const text = svg("text", {class: "state", x: -width / 2 + share * (i + 0.5),
+          y: sizes.tier === "large" ? 15 : 12, "text-anchor": "middle"});
+        parts.push({place, shape, text, short: places.length > 1});
+        group.append(shape, text);
+      });
+      const label = name.length > 14 ? `${name.slice(0, 13)}…` : name;
+      group.append(svg("text", {class: "name", y: sizes.tier === "large" ? -4 : -2,
+        "text-anchor": "middle"}, label));
+      if (owner) {
+        group.append(svg("text", {class: "owner", y: -height / 2 - 5, "text-anchor": "middle"}, "owner"));
+      }
+    } else {
+      this.makeSmallNode(group, parts, name, node, places, owner);
+    }
+    const title = svg("title");
+    group.append(title);
+    return {group, parts, title, name, node};
+  }
+
+  makeSmallNode(group, parts, name, node, places, owner) {
+    const {sizes, outward} = this.layout;
+    const small = sizes.tier === "small";
+    places.forEach((place, i) => {
+      const shape = svg("circle", {class: "fill", r: sizes.width / 2 - (small ? 2.5 * i : i)});
+      const text = svg("text", {class: "state", y: 4, "text-anchor": "middle"});
+      parts.push({place, shape, text, letter: true, hidden: i > 0 || !small});
+      group.append(shape, text);
+    });
+    const out = outward[node], reach = sizes.width / 2 + 5;
+    const often = small ? 1 : 10;
+    if (node % often === 0 || owner) {
+      const angle = Math.atan2(out.y, out.x) * 180 / Math.PI;
+      const flip = Math.abs(angle) > 90;
+      group.append(svg("text", {class: owner ? "name strong" : "name",
+        transform: `translate(${out.x * reach} ${out.y * reach}) rotate(${flip ? angle + 180 : angle})`,
+        y: 3.5, "text-anchor": flip ? "end" : "start"}, owner ? `${name} owner` : name));
+    }
+  }
+
+  show(time) {
+    const {run} = this;
+    run.links.forEach((link, index) => {
+      const condition = run.linkCondition(index, time);
+      const {group, bars, title} = this.links[index];
+      group.setAttribute("class", `link ${condition}`);
+      group.dataset.condition = condition;
+      const ends = [];
+      bars.forEach((bar, end) => {
+        const blocked = run.power(link.nodes[end], time) !== kOff && !run.forwards(2 * index + end, time);
+        bar.setAttribute("class", blocked ? "bar shut" : "bar");
+        if (blocked) ends.push(run.nodes[link.nodes[end]]);
+      });
+      title.textContent = `${link.name}: ${conditionWords(condition)}` +
+        (ends.length ? `, blocked at ${listText(ends)}` : "");
+    });
+    for (const {group, parts, title, name, node} of this.nodes) {
+      const words = [];
+      for (const {place, shape, text, letter, short, hidden} of parts) {
+        const word = run.stateWord(place, time);
+        shape.setAttribute("class", `fill ${word}`);
+        text.setAttribute("class", `state ${word}`);
+        text.textContent = hidden ? "" : letter || short && this.layout.sizes.tier === "medium"
+          ? kLetters[word] : short ? word.slice(0, 7) : word;
+        words.push(run.rings.length > 1 ? `ring ${run.rings[run.places[place].ring].id} ${word}` : word);
+      }
+      group.dataset.state = words.join(" / ");
+      group.setAttribute("class", run.power(node, time) === kOff ? "node off" : "node");
+      title.textContent = `${name}: ${words.join(", ")}`;
+    }
+    this.showFlights(time);
+    this.label.textContent = `The network at ${clockText(time)}. ` +
+      situationTexts(run, time).map(({ring, text}) => `${ring}: ${text}.`).join(" ");
+  }
+
+  // Messages on their way, one of each kind on a strand.
+  showFlights(time) {
+    const shown = new Map();
+    for (const message of this.run.messagesBetween(time, time)) {
+      if (message.to > time) shown.set(`${message.strand} ${message.text.name}`, message);
+    }
+    const marks = [...shown.values()].slice(0, 400).map((message) => {
+      const {one, other, unit} = this.links[message.link];
+      const back = message.strand & 1;
+      const share = Math.min(0.8, Math.max(0.2, (time - message.from) / (message.to - message.from)));
+      const at = between(back ? other : one, back ? one : other, share);
+      const angle = Math.atan2(unit.y, unit.x) * 180 / Math.PI + (back ? 180 : 0);
+      const mark = svg("g", {class: `flight ${messageClass(message.text.name)}`,
+        transform: `translate(${at.x} ${at.y})`},
+        svg("path", {d: "M-6 -5L7 0L-6 5Z", transform: `rotate(${angle})`}));
+      if (this.layout.sizes.tier === "large") {
+        mark.append(svg("text", {x: -unit.y * 16, y: unit.x * 16 + 4, "text-anchor": "middle"},
+          message.text.name));
+      }
+      return mark;
+    });
+    this.flights.replaceChildren(...marks);
+  }
+}
+
+// Column i of a rounded box that stands around the origin.
+function roundedPart(width, height, i, count) {
+  const left = -width / 2 + width * i / count, right = left + width / count;
+  const top = -height / 2, bottom = height / 2, r = 8;
+  const leftRound = i === 0 ? r : 0, rightRound = i === count - 1 ? r : 0;
+  return `M${left + leftRound} ${top}H${right - rightRound}q${rightRound} 0 ${rightRound} ${rightRound}` +
+    `V${bottom - rightRound}q0 ${rightRound} ${-rightRound} ${rightRound}H${left + leftRound}` +
+    `q${-leftRound} 0 ${-leftRound} ${-leftRound}V${top + leftRound}q0 ${-leftRound} ${leftRound} ${-leftRound}Z`;
+}
+
+function conditionWords(condition) {
+  return {open: "open", blocked: "blocked", cut: "cut", half: "cut one way",
+    dark: "dark, a node is without power"}[condition];
+}
+
+function messageClass(name) {
+  return {"SF": "sf", "NR": "nr", "NR,RB": "rb", "FS": "fs", "MS": "ms"}[name] || "other";
+}
