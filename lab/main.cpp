@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <exception>
 
+#include "lab/check/command_check.h"
+#include "lab/check/verdict.h"
 #include "lab/command_exec.h"
 #include "lab/command_run.h"
 
@@ -40,6 +42,17 @@ int run_command_line(int argc, char** argv) {
   config_command->add_option("TOPOLOGY", topology, "The topology file")->required();
   config_command->add_option("NODE", node, "Name of the node")->required();
 
+  erps::lab::CheckArguments check;
+  CLI::App* check_command =
+      app.add_subcommand("check", "Say what is wrong or risky before anything runs");
+  check_command->add_option("TOPOLOGY", check.topology, "The topology file");
+  check_command->add_option("--daemon", check.daemon,
+                            "Compare the erpsd configurations of a ring's nodes instead: files, or "
+                            "directories of *.toml");
+  check_command->add_flag("--json", check.json, "Print the findings as JSON");
+  check_command->footer(
+      "Exit status: 0 nothing found, 1 warnings, 2 errors, 3 could not be checked.\n");
+
   std::string inside;
   CLI::App* exec_command =
       app.add_subcommand("exec", "Run a command inside a node of a network that is running");
@@ -53,7 +66,15 @@ int run_command_line(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? erps::lab::kHeld : erps::lab::kMistaken;
+    if (app.exit(error) == 0) {
+      return erps::lab::kHeld;
+    }
+    // A command line that makes no sense is no finding of a check.
+    return app.got_subcommand(check_command) ? static_cast<int>(erps::lab::Verdict::kUnknown)
+                                             : erps::lab::kMistaken;
+  }
+  if (check_command->parsed()) {
+    return erps::lab::command_check(check);
   }
   if (exec_command->parsed()) {
     return erps::lab::command_exec(inside, lab, exec_command->remaining());

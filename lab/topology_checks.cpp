@@ -156,6 +156,17 @@ void check_interconnections(const Topology& topology, Findings& findings) {
     if (!ring.is_open()) {
       continue;
     }
+    if (!ring.revertive) {
+      findings.add({.rule = "sub-ring-revertive",
+                    .line = ring.line,
+                    .where = ring_text(ring),
+                    .key = "revertive",
+                    .value = "false",
+                    .why =
+                        "its ends at the major ring are always revertive, and a ring whose nodes "
+                        "differ in that does not come home",
+                    .advice = "set true, or leave it out"});
+    }
     for (const NodeIndex node : {ring.nodes.front(), ring.nodes.back()}) {
       const std::string& name = topology.nodes[node].name;
       const Ring& major = topology.rings[*ring.major_ring];
@@ -171,12 +182,6 @@ void check_interconnections(const Topology& topology, Findings& findings) {
                        "nodes: " + name + " is itself an end of " + ring_text(major) +
                            " and has one port in it; a major ring has two at each node",
                        "let it end at another node of " + ring_text(major));
-      }
-      if (ring.owner == node && !ring.revertive) {
-        findings.error("sub-ring-owner-revertive", ring.line, ring_text(ring),
-                       "revertive: its owner " + name +
-                           " is an end of it, where operation is always revertive",
-                       "make another node of the sub-ring its owner, or set revertive = true");
       }
       if (major.owner == node) {
         findings.add({.severity = Severity::kWarning,
