@@ -360,9 +360,12 @@ void read_rings(Reading& reading, const std::vector<const toml::table*>& tables)
     if (!id || !major_id || reading.broken_rings.count(*id) != 0) {
       continue;
     }
+    const auto sub = reading.topology.find_ring(static_cast<uint32_t>(*id));
+    if (!sub || reading.topology.rings[*sub].id != *id) {
+      continue;  // it has an ID that no ring can have, which is reported already
+    }
     const auto line = static_cast<uint32_t>(table->get("major_ring")->source().begin.line);
-    RingReader::attach(reading, *reading.topology.find_ring(static_cast<uint32_t>(*id)), *major_id,
-                       line);
+    RingReader::attach(reading, *sub, *major_id, line);
   }
 }
 
