@@ -1,6 +1,7 @@
 # Warnings are errors everywhere; ERPS_SANITIZE and ERPS_COVERAGE instrument the whole tree.
-set(ERPS_SANITIZE "" CACHE STRING "address, undefined, thread, or empty")
+set(ERPS_SANITIZE "" CACHE STRING "address, undefined, thread, a list of them with commas, or empty")
 option(ERPS_COVERAGE "Instrument for line and branch coverage" OFF)
+option(ERPS_FUZZ "Instrument for libFuzzer and build the fuzz targets; clang only" OFF)
 
 add_library(erps_options INTERFACE)
 target_compile_options(erps_options INTERFACE
@@ -11,6 +12,10 @@ target_include_directories(erps_options INTERFACE ${CMAKE_SOURCE_DIR})
 if(ERPS_SANITIZE)
   add_compile_options(-fsanitize=${ERPS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ERPS_SANITIZE})
+endif()
+
+if(ERPS_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 if(ERPS_COVERAGE)
