@@ -120,6 +120,8 @@ class Simulation {
   // The rings and timers in the memory of the node's module; none while the node has no power. Good
   // until the simulation goes on.
   ModuleRecords records(NodeIndex node) { return nodes_.at(node)->records(); }
+  // How many blocks of memory a node's module has allocated and not released.
+  size_t memory_blocks(NodeIndex node) const { return nodes_.at(node)->heap.blocks(); }
   uint64_t trace_hash() const { return world_.trace_hash(); }
   uint64_t seed() const { return world_.options.seed; }
 
