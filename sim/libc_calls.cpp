@@ -37,6 +37,7 @@ int select(int count, fd_set* /*read*/, fd_set* /*write*/, fd_set* /*except*/, t
     return -1;
   }
   node.locks.check_none_held(task, "sleeps");
+  node.piece_of_work_done();
   const int64_t asked_us = timeout->tv_sec * kSecond + timeout->tv_usec;
   const bool interrupted = node.failures.strike(PlatformCall::kSleep);
   const int64_t slept_us = interrupted ? node.world.failures_chance.in({0, asked_us}) : asked_us;

@@ -66,6 +66,16 @@ RingSnapshot read_ring(const ERPSM_T& record) {
   return ring;
 }
 
+// In the order of TimerKind.
+std::array<const ERPS_TIMER_T*, 5> timers_of(const ERPSM_T& ring) {
+  return {&ring.wtr_timer, &ring.wtb_timer, &ring.guard_timer, &ring.holdoff_timer,
+          &ring.raps_timer};
+}
+
+int64_t expire_us(const ERPS_TIMER_T& timer) {
+  return int64_t{timer.expire.seconds} * 1'000'000 + timer.expire.microseconds;
+}
+
 }  // namespace
 
 const char* timer_name(TimerKind kind) {
@@ -90,21 +100,36 @@ void ModuleRecords::read_rings(std::vector<RingSnapshot>& rings) const {
   }
 }
 
+void ModuleRecords::read_words(std::vector<RingWords>& words) const {
+  size_t count = 0;
+  for (const ERPSM_T* ring = first_ring(addresses_); ring != nullptr; ring = ring->next) {
+    if (words.size() == count) {
+      words.emplace_back();
+    }
+    RingWords& at = words[count++];
+    at.ring = ring->ring_id;
+    at.state = static_cast<uint32_t>(ring->State);
+    const std::array<const ERPS_TIMER_T*, 5> records = timers_of(*ring);
+    for (size_t kind = 0; kind < records.size(); ++kind) {
+      const ERPS_TIMER_T& timer = *records[kind];
+      at.timers[kind] =
+          timer.active != 0 ? RingWords::Timer{true, expire_us(timer)} : RingWords::Timer{};
+    }
+  }
+  words.resize(count);
+}
+
 void ModuleRecords::read_timers(std::vector<TimerSnapshot>& timers) const {
   timers.clear();
   for (const ERPSM_T* ring = first_ring(addresses_); ring != nullptr; ring = ring->next) {
-    const std::array<const ERPS_TIMER_T*, 5> records{&ring->wtr_timer, &ring->wtb_timer,
-                                                     &ring->guard_timer, &ring->holdoff_timer,
-                                                     &ring->raps_timer};
+    const std::array<const ERPS_TIMER_T*, 5> records = timers_of(*ring);
     for (size_t kind = 0; kind < records.size(); ++kind) {
       const ERPS_TIMER_T& timer = *records[kind];
       if (timer.active == 0) {
         continue;
       }
-      const int64_t expire_us =
-          int64_t{timer.expire.seconds} * 1'000'000 + timer.expire.microseconds;
       timers.push_back(
-          {ring->ring_id, static_cast<TimerKind>(kind), (expire_us - clock_us_) / 1000});
+          {ring->ring_id, static_cast<TimerKind>(kind), (expire_us(timer) - clock_us_) / 1000});
     }
   }
 }

@@ -72,6 +72,21 @@ struct RecordAddresses {
   static RecordAddresses of(const ModuleCopy& module);
 };
 
+// What is compared to see that something has changed, cheap enough to be read after every event.
+struct RingWords {
+  struct Timer {
+    bool active = false;
+    int64_t expire_us = 0;  // on the node's clock
+
+    friend bool operator==(const Timer&, const Timer&) = default;
+  };
+  uint32_t ring = 0;
+  uint32_t state = 0;
+  std::array<Timer, 5> timers;  // by TimerKind
+
+  friend bool operator==(const RingWords&, const RingWords&) = default;
+};
+
 // Rings in the order of their making, newest first; timers of a ring in the order of TimerKind.
 class ModuleRecords {
  public:
@@ -87,6 +102,7 @@ class ModuleRecords {
   // enough.
   void read_rings(std::vector<RingSnapshot>& rings) const;
   void read_timers(std::vector<TimerSnapshot>& timers) const;
+  void read_words(std::vector<RingWords>& words) const;
 
  private:
   RecordAddresses addresses_;

@@ -27,6 +27,7 @@
 #include "sim/node_clock.h"
 #include "sim/node_heap.h"
 #include "sim/pace.h"
+#include "sim/record_watch.h"
 #include "sim/world.h"
 
 namespace erps::sim {
@@ -73,6 +74,8 @@ class Node final : public Station {
   int receive_event(ERPS_EVENT_MSG_T& event);
   void message_sent();
   int64_t clock_us() const { return clock.at(world.now_us()); }
+  // The task that is calling is about to wait: what it has changed is there to be seen.
+  void piece_of_work_done() { watch_.look(clock_us()); }
   // ... and the switch.
   bool set_port_state(uint32_t port, uint32_t state);
   bool flush(uint32_t port);
@@ -126,7 +129,7 @@ class Node final : public Station {
   Network& network_;
   const std::vector<Request> configuration_;
   std::unique_ptr<ModuleCopy> module_;
-  RecordAddresses addresses_;  // of module_, once they have been asked for
+  RecordWatch watch_;
   std::unique_ptr<Task> host_;
   std::vector<std::unique_ptr<Started>> started_;
   std::vector<std::unique_ptr<Task>> past_tasks_;  // alarms may still be set on them

@@ -4,6 +4,8 @@
 #include <cstdio>
 
 #include "erps/raps/frame.h"
+#include "sim/management.h"
+#include "sim/module_records.h"
 #include "sim/platform_call.h"
 
 namespace erps::sim {
@@ -20,6 +22,18 @@ std::string frame_text(const Record& record) {
                 (status & raps::kStatusDnf) != 0 ? " DNF" : "",
                 (status & raps::kStatusBpr) != 0 ? " BPR" : "", marked ? " marked" : "", record.b);
   return text.data();
+}
+
+std::string state_text(const Record& record) {
+  const uint32_t state = record.a & 0xFFU;
+  return "ring " + std::to_string(record.a >> 8U) + " " +
+         (state == kRingGone ? "gone" : state_name(state));
+}
+
+std::string timer_text(const Record& record) {
+  const auto kind = static_cast<TimerKind>(record.a & 0xFFU);
+  return "ring " + std::to_string(record.a >> 8U) + " " + timer_name(kind) +
+         (record.b == kTimerStopped ? " stopped" : " " + std::to_string(record.b) + " ms");
 }
 
 const char* kind_text(RecordKind kind) {
@@ -64,6 +78,10 @@ const char* kind_text(RecordKind kind) {
       return "probe";
     case RecordKind::kCirculating:
       return "frame circulates";
+    case RecordKind::kState:
+      return "state";
+    case RecordKind::kTimer:
+      return "timer";
     case RecordKind::kKilled:
       return "killed";
     case RecordKind::kCallFailed:
@@ -90,6 +108,10 @@ std::string to_text(const Record& record) {
     case RecordKind::kFrameReceived:
     case RecordKind::kFrameLost:
       return text + " " + frame_text(record);
+    case RecordKind::kState:
+      return text + " " + state_text(record);
+    case RecordKind::kTimer:
+      return text + " " + timer_text(record);
     case RecordKind::kCallFailed:
       return text.append(" ").append(name_of(static_cast<PlatformCall>(record.a)));
     case RecordKind::kClockStep:

@@ -28,6 +28,8 @@ enum class RecordKind : uint32_t {
   kReply,          // a: command, b: return code, kNoAnswer without one
   kProbe,          // a: probe, delivered to this node's host
   kCirculating,    // a frame was dropped that the switches had passed on too often
+  kState,          // a: ring << 8 | state, kRingGone for a ring that is no more
+  kTimer,          // a: ring << 8 | TimerKind, b: ms until it is due, or kTimerStopped
   kKilled,         // the module's process died; the switch goes on
   kCallFailed,     // a: PlatformCall
   kClockStep,      // a: seconds forth, or back as a negative number
@@ -36,6 +38,8 @@ enum class RecordKind : uint32_t {
 };
 
 inline constexpr uint32_t kNoAnswer = 0x100;
+inline constexpr uint32_t kRingGone = 0xFF;
+inline constexpr uint32_t kTimerStopped = 0xFFFFFFFF;
 inline constexpr uint32_t kNoNode = 0xFFFFFFFF;
 
 struct Record {
