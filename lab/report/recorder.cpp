@@ -4,6 +4,7 @@
 
 #include "erps/mgmt/message.h"
 #include "erps/raps/frame.h"
+#include "sim/module_records.h"
 
 namespace erps::lab {
 
@@ -11,10 +12,25 @@ namespace {
 
 // A message is repeated every five seconds, on a tick of one second.
 constexpr int64_t kRepeatedWithinUs = 7'000'000;
+// What has not been taken by then never will be: its receiver's module was not there.
+constexpr int64_t kLongestFlightUs = 1'000'000;
 
 bool is_operators(uint32_t command) {
   return command == mgmt::kForcedSwitch || command == mgmt::kManualSwitch ||
          command == mgmt::kClear || command == mgmt::kSetEnable || command == mgmt::kDeleteRing;
+}
+
+TimerKind timer_kind(sim::TimerKind kind) {
+  switch (kind) {
+    case sim::TimerKind::kWtr:
+      return TimerKind::kWtr;
+    case sim::TimerKind::kWtb:
+      return TimerKind::kWtb;
+    case sim::TimerKind::kHoldoff:
+      return TimerKind::kHoldOff;
+    default:
+      return TimerKind::kGuard;
+  }
 }
 
 MessageText parse_text(uint32_t summary, uint32_t node_id) {
@@ -51,7 +67,13 @@ void Recorder::on_record(const sim::Record& record) {
     case sim::RecordKind::kCrash:
       return set_power(record, NodePower::kOff);
     case sim::RecordKind::kStopped:
+    case sim::RecordKind::kKilled:
       return set_power(record, NodePower::kStopped);
+    case sim::RecordKind::kState:
+      return change(record.time_us, ChangeKind::kState, place_of(record.a >> 8U, record.node),
+                    (record.a & 0xFFU) == sim::kRingGone ? 0 : record.a & 0xFFU);
+    case sim::RecordKind::kTimer:
+      return set_timer(record);
     case sim::RecordKind::kCarrier:
       return change(record.time_us, ChangeKind::kCarrier, end_at(record.node, record.port),
                     record.a);
@@ -128,6 +150,9 @@ void Recorder::mark(int64_t time_us, MarkKind kind, uint32_t subject, uint32_t v
 // Without power the module and its port states are gone; the switch comes back with ports blocked.
 void Recorder::set_power(const sim::Record& record, NodePower power) {
   change(record.time_us, ChangeKind::kPower, record.node, static_cast<uint32_t>(power));
+  if (power == NodePower::kOff || power == NodePower::kStopped) {
+    end_module(record);
+  }
   if (power != NodePower::kOff) {
     return;
   }
@@ -137,6 +162,53 @@ void Recorder::set_power(const sim::Record& record, NodePower power) {
       change(record.time_us, ChangeKind::kPort, end, 0);
     }
   }
+}
+
+void Recorder::end_module(const sim::Record& record) {
+  for (const auto& [where, place] : places_) {
+    if (where.second == record.node) {
+      change(record.time_us, ChangeKind::kState, place, 0);
+    }
+  }
+  std::erase_if(running_, [&](const auto& entry) {
+    const bool here = recording_.places[entry.first.first].node == record.node;
+    if (here) {
+      recording_.timers[entry.second.run].to_us = record.time_us;
+      recording_.timers[entry.second.run].end = TimerEnd::kStopped;
+    }
+    return here;
+  });
+}
+
+// A timer that is started while it runs has been stopped; one that stops when it is due has
+// expired.
+void Recorder::set_timer(const sim::Record& record) {
+  const auto kind = static_cast<sim::TimerKind>(record.a & 0xFFU);
+  const uint32_t place = place_of(record.a >> 8U, record.node);
+  if (place == kNothing || kind == sim::TimerKind::kRepeat) {
+    return;
+  }
+  const auto key = std::pair(place, kind);
+  if (const auto running = running_.find(key); running != running_.end()) {
+    end_timer(running->second, record.time_us);
+    running_.erase(running);
+  }
+  if (record.b == sim::kTimerStopped) {
+    return;
+  }
+  if (recording_.timers.size() < limits_.timers) {
+    running_[key] = {recording_.timers.size(), record.time_us + int64_t{record.b} * 1000};
+    recording_.timers.push_back({place, timer_kind(kind), record.time_us, 0, TimerEnd::kRunning});
+  } else if (!recording_.timers_end_us) {
+    recording_.timers_end_us = record.time_us;
+  }
+}
+
+void Recorder::end_timer(const RunningTimer& running, int64_t time_us) {
+  // What is left was told in whole milliseconds.
+  const bool due = time_us + 1000 >= running.due_us;
+  recording_.timers[running.run].to_us = time_us;
+  recording_.timers[running.run].end = due ? TimerEnd::kExpired : TimerEnd::kStopped;
 }
 
 // What configures a node at its start is no news: only what is asked of one that runs.
@@ -172,7 +244,12 @@ void Recorder::send(const sim::Record& record) {
   if (carrier == present_.end() || carrier->second == 0) {
     return arrive(flight, record.time_us, Fate::kLost);  // its own port sees no link
   }
-  strands_[strand].flights.push_back(flight);
+  auto& flights = strands_[strand].flights;
+  while (!flights.empty() && record.time_us - flights.front().from_us > kLongestFlightUs) {
+    arrive(flights.front(), flights.front().from_us, Fate::kLost);
+    flights.pop_front();
+  }
+  flights.push_back(flight);
 }
 
 Recorder::Flight Recorder::depart(int64_t time_us, uint32_t strand, uint32_t text) {
@@ -205,8 +282,9 @@ void Recorder::receive(const sim::Record& record) {
   }
   const uint32_t text = text_of(record);
   auto& flights = strands_[strand].flights;
-  const auto flight = std::find_if(flights.begin(), flights.end(),
-                                   [&](const Flight& each) { return each.text == text; });
+  const auto flight = std::find_if(flights.begin(), flights.end(), [&](const Flight& each) {
+    return each.text == text && record.time_us - each.from_us <= kLongestFlightUs;
+  });
   auto& arrived = strands_[strand].arrived;
   if (flight != flights.end()) {
     arrive(*flight, record.time_us, Fate::kArrived);

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "lab/report/recording.h"
+#include "sim/module_records.h"
 #include "sim/observer.h"
 
 namespace erps::lab {
@@ -55,6 +56,11 @@ class Recorder final : public sim::Observer {
     std::map<uint32_t, int64_t> last_sent;  // by text
   };
 
+  struct RunningTimer {
+    size_t run = 0;  // index into Recording::timers
+    int64_t due_us = 0;
+  };
+
   uint32_t end_at(uint32_t node, uint32_t port) const;
   uint32_t place_of(uint32_t ring, uint32_t node) const;
   uint32_t text_of(const sim::Record& record);
@@ -62,6 +68,9 @@ class Recorder final : public sim::Observer {
   void change(int64_t time_us, ChangeKind kind, uint32_t subject, uint32_t value);
   void mark(int64_t time_us, MarkKind kind, uint32_t subject, uint32_t value);
   void set_power(const sim::Record& record, NodePower power);
+  void end_module(const sim::Record& record);
+  void set_timer(const sim::Record& record);
+  void end_timer(const RunningTimer& running, int64_t time_us);
   void command(const sim::Record& record);
   void send(const sim::Record& record);
   void receive(const sim::Record& record);
@@ -74,7 +83,8 @@ class Recorder final : public sim::Observer {
   std::map<std::pair<uint32_t, uint32_t>, uint32_t> ends_;    // by node and port
   std::map<std::pair<uint32_t, uint32_t>, uint32_t> places_;  // by ring ID and node
   std::map<std::pair<ChangeKind, uint32_t>, uint32_t> present_;
-  std::map<std::pair<uint32_t, uint32_t>, uint32_t> texts_;  // by the words of a record
+  std::map<std::pair<uint32_t, uint32_t>, uint32_t> texts_;              // by the words of a record
+  std::map<std::pair<uint32_t, sim::TimerKind>, RunningTimer> running_;  // by place
   std::vector<Strand> strands_;
   size_t repeats_ = 0;
 };

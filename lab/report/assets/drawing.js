@@ -18,14 +18,16 @@ class Drawing {
     this.root = svg("svg", {class: `network ${layout.sizes.tier}`, role: "img",
       viewBox: `${left} ${top} ${width} ${height}`}, this.label,
       svg("g", {}, ...this.links.map(({group}) => group)),
-      svg("g", {}, ...this.nodes.map(({group}) => group)), this.flights);
+      svg("g", {}, ...this.nodes.map(({group}) => group)),
+      svg("g", {}, ...this.links.map(({above}) => above)), this.flights);
     host.append(this.root);
   }
 
   // Where a line from a node towards another one leaves the node's shape.
   rim(node, towards) {
     const from = this.layout.points[node], to = this.layout.points[towards];
-    const {width, height, tier} = this.layout.sizes;
+    const {height, tier} = this.layout.sizes;
+    const width = this.layout.widthOf(node);
     const dx = to.x - from.x, dy = to.y - from.y, length = Math.hypot(dx, dy) || 1;
     const reach = tier === "small" || tier === "tiny" ? width / 2
       : Math.min(width / 2 / (Math.abs(dx / length) || 1e-9), height / 2 / (Math.abs(dy / length) || 1e-9));
@@ -34,7 +36,7 @@ class Drawing {
   }
 
   makeLink(link, index) {
-    const {points, sizes} = this.layout;
+    const {sizes} = this.layout;
     const [a, b] = link.nodes;
     const one = this.rim(a, b), other = this.rim(b, a);
     const length = Math.hypot(other.x - one.x, other.y - one.y) || 1;
@@ -48,27 +50,29 @@ class Drawing {
       return svg("line", {class: "bar", x1: x - unit.y * bar, y1: y + unit.x * bar,
         x2: x + unit.y * bar, y2: y - unit.x * bar});
     });
-    const arm = Math.min(bar, length * 0.3);
+    const arm = sizes.tier === "tiny" ? 6 : Math.min(bar, 8);
     const cross = svg("path", {class: "cross",
       d: `M${middle.x - arm} ${middle.y - arm}l${2 * arm} ${2 * arm}m0 ${-2 * arm}l${-2 * arm} ${2 * arm}`});
-    const group = svg("g", {class: "link"},
-      svg("line", {class: "wire", x1: one.x, y1: one.y, x2: other.x, y2: other.y}), ...bars, cross);
-    if (this.run.rings.some(({rpl}) => rpl === index)) group.append(this.rplLabel(middle, unit, points, bar));
+    const isRpl = this.run.rings.some(({rpl}) => rpl === index);
+    const label = this.makeLinkLabel(middle, unit, bar);
     const title = svg("title");
-    group.append(title);
-    return {group, bars, title, one, other, unit};
+    const group = svg("g", {class: "link"},
+      svg("line", {class: "wire", x1: one.x, y1: one.y, x2: other.x, y2: other.y}), title);
+    const above = svg("g", {class: "link"}, ...bars, cross, label);
+    return {group, above, bars, title, label, isRpl, one, other, unit};
   }
 
-  // Beside the link, on the side away from the middle of the picture.
-  rplLabel(middle, unit, points, bar) {
-    const centre = centreOf(points);
+  // Beside the link, towards the middle of the picture.
+  makeLinkLabel(middle, unit, bar) {
+    const centre = centreOf(this.layout.points);
     let normal = {x: -unit.y, y: unit.x};
     if ((middle.x - centre.x) * normal.x + (middle.y - centre.y) * normal.y > 0) {
       normal = {x: -normal.x, y: -normal.y};
     }
-    const away = bar + 14;
-    return svg("text", {class: "rpl", x: middle.x + normal.x * away * 1.2,
-      y: middle.y + normal.y * away + 4, "text-anchor": "middle"}, "RPL");
+    const away = bar + 8;
+    const anchor = normal.x > 0.4 ? "start" : normal.x < -0.4 ? "end" : "middle";
+    return svg("text", {class: "rpl", x: middle.x + normal.x * away,
+      y: middle.y + normal.y * (away + 5) + 4, "text-anchor": anchor});
   }
 
   makeNode(name, node) {
@@ -79,21 +83,29 @@ class Drawing {
     const group = svg("g", {class: "node", transform: `translate(${x} ${y})`});
     const parts = [];
     if (sizes.tier === "large" || sizes.tier === "medium") {
-      const {width, height} = sizes;
+      const {height} = sizes, width = this.layout.widthOf(node);
       group.append(svg("rect", {class: "case", x: -width / 2, y: -height / 2, width, height, rx: 8}));
       const share = width / Math.max(places.length, 1);
       places.forEach((place, i) => {
         const shape = svg("path", {class: "fill", d: roundedPart(width, height, i, places.length)});
         const text = svg("text", {class: "state", x: -width / 2 + share * (i + 0.5),
           y: sizes.tier === "large" ? 15 : 12, "text-anchor": "middle"});
-        parts.push({place, shape, text, short: places.length > 1});
+        parts.push({place, shape, text});
         group.append(shape, text);
+        if (places.length > 1) {
+          group.append(svg("text", {class: "ring-of", x: -width / 2 + share * (i + 0.5) + 14 * (i - 0.5),
+            y: -7, "text-anchor": "middle"}, `ring ${this.run.rings[this.run.places[place].ring].id}`));
+        }
       });
       const label = name.length > 14 ? `${name.slice(0, 13)}…` : name;
       group.append(svg("text", {class: "name", y: sizes.tier === "large" ? -4 : -2,
         "text-anchor": "middle"}, label));
       if (owner) {
-        group.append(svg("text", {class: "owner", y: -height / 2 - 5, "text-anchor": "middle"}, "owner"));
+        const out = this.layout.outward[node];
+        const beside = Math.abs(out.x) > Math.abs(out.y) * 1.5, side = Math.sign(out.x) || 1;
+        group.append(svg("text", {class: "owner", x: beside ? side * (width / 2 + 6) : 0,
+          y: beside ? 4 : out.y > 0.3 ? height / 2 + 14 : -height / 2 - 6,
+          "text-anchor": beside ? side > 0 ? "start" : "end" : "middle"}, "owner"));
       }
     } else {
       this.makeSmallNode(group, parts, name, node, places, owner);
@@ -127,9 +139,14 @@ class Drawing {
     const {run} = this;
     run.links.forEach((link, index) => {
       const condition = run.linkCondition(index, time);
-      const {group, bars, title} = this.links[index];
+      const {group, above, bars, title, label, isRpl} = this.links[index];
       group.setAttribute("class", `link ${condition}`);
+      above.setAttribute("class", `link ${condition}`);
       group.dataset.condition = condition;
+      // Where nodes are many, a link that is not open is too short to be seen without its name.
+      const many = this.layout.sizes.tier === "small" || this.layout.sizes.tier === "tiny";
+      label.textContent = !many || condition === "open" ? isRpl ? "RPL" : ""
+        : `${link.name}${isRpl ? " (RPL)" : ""} ${condition === "half" ? "cut one way" : condition}`;
       const ends = [];
       bars.forEach((bar, end) => {
         const blocked = run.power(link.nodes[end], time) !== kOff && !run.forwards(2 * index + end, time);
@@ -141,12 +158,11 @@ class Drawing {
     });
     for (const {group, parts, title, name, node} of this.nodes) {
       const words = [];
-      for (const {place, shape, text, letter, short, hidden} of parts) {
+      for (const {place, shape, text, letter, hidden} of parts) {
         const word = run.stateWord(place, time);
         shape.setAttribute("class", `fill ${word}`);
         text.setAttribute("class", `state ${word}`);
-        text.textContent = hidden ? "" : letter || short && this.layout.sizes.tier === "medium"
-          ? kLetters[word] : short ? word.slice(0, 7) : word;
+        text.textContent = hidden ? "" : letter ? kLetters[word] : word;
         words.push(run.rings.length > 1 ? `ring ${run.rings[run.places[place].ring].id} ${word}` : word);
       }
       group.dataset.state = words.join(" / ");

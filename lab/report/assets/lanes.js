@@ -13,7 +13,7 @@ class Lanes {
     this.sizes = laneSizes(count);
     this.list = [];
     this.titles = [];
-    let y = 0;
+    let y = 4;
     run.rings.forEach((ring, index) => {
       if (run.rings.length > 1) {
         const kind = ring.open ? `sub-ring of ring ${run.rings[ring.major].id}` : "major ring";

@@ -1,12 +1,12 @@
 // Where the nodes of a network stand in its drawing: each ring on an ellipse, its RPL at the left;
 // each sub-ring as an arc outside of the ring that it hangs at.
 
-// Sizes by the number of nodes: of a node, and from node to node.
+// Sizes by the number of nodes: of a node, of one in several rings, and from node to node.
 function nodeSizes(count) {
-  if (count <= 8) return {tier: "large", width: 104, height: 46, spacing: 160, aspect: 1};
-  if (count <= 20) return {tier: "medium", width: 74, height: 34, spacing: 92, aspect: 1.3};
-  if (count <= 80) return {tier: "small", width: 21, height: 21, spacing: 28, aspect: 1.2};
-  return {tier: "tiny", width: 8, height: 8, spacing: 9.5, aspect: 1.2};
+  if (count <= 8) return {tier: "large", width: 104, wide: 150, height: 46, spacing: 166, aspect: 1};
+  if (count <= 20) return {tier: "medium", width: 78, wide: 132, height: 36, spacing: 98, aspect: 1.3};
+  if (count <= 80) return {tier: "small", width: 21, wide: 21, height: 21, spacing: 28, aspect: 1.2};
+  return {tier: "tiny", width: 8, wide: 8, height: 8, spacing: 9.5, aspect: 1.2};
 }
 
 // Points at equal distances along an ellipse, clockwise, the middle between the last and the first
@@ -22,8 +22,11 @@ function ellipsePoints(count, radiusX, radiusY) {
     const one = at(i - 1), other = at(i);
     lengths.push(lengths[i - 1] + Math.hypot(other.x - one.x, other.y - one.y));
   }
-  return Array.from({length: count}, (_, i) =>
-    at(countUntil(lengths, lengths[kSamples] * (i + 0.5) / count) - 1));
+  return Array.from({length: count}, (_, i) => {
+    const along = lengths[kSamples] * (i + 0.5) / count;
+    const before = countUntil(lengths, along) - 1;
+    return at(before + (along - lengths[before]) / (lengths[before + 1] - lengths[before]));
+  });
 }
 
 function centreOf(points) {
@@ -84,11 +87,11 @@ class Layout {
       (point.x - middle.x) * out.x + (point.y - middle.y) * out.y));
     const bulge = Math.max(beyond, 0) + Math.max(this.sizes.spacing * 1.1,
       this.sizes.spacing * (inner.length + 1) / Math.PI);
-    const widen = Math.max(1, this.sizes.spacing * (inner.length - 1) / (1.5 * half));
+    const widen = Math.max(1, this.sizes.spacing * (inner.length - 1) / (2 * half));
     inner.forEach((node, i) => {
       const angle = Math.PI * (i + 1) / (inner.length + 1);
       const flat = (value) => Math.sign(value) * Math.sqrt(Math.abs(value));
-      const side = flat(Math.cos(angle)) * widen * (inner.length === 2 ? 1.35 : 1);
+      const side = flat(Math.cos(angle)) * widen * (inner.length === 2 ? Math.SQRT2 : 1);
       const away = flat(Math.sin(angle)) * bulge;
       this.points[node] = {x: middle.x + along.x * side + out.x * away,
         y: middle.y + along.y * side + out.y * away};
@@ -108,9 +111,13 @@ class Layout {
     });
   }
 
+  widthOf(node) {
+    return this.run.placesOfNode[node].length > 1 ? this.sizes.wide : this.sizes.width;
+  }
+
   frame() {
-    const labels = {large: 0, medium: 0, small: 44, tiny: 40}[this.sizes.tier];
-    const marginX = this.sizes.width / 2 + 22 + labels, marginY = this.sizes.height / 2 + 22 + labels;
+    const labels = {large: 0, medium: 20, small: 44, tiny: 40}[this.sizes.tier];
+    const marginX = this.sizes.wide / 2 + 22 + labels, marginY = this.sizes.height / 2 + 24 + labels;
     const xs = this.points.map(({x}) => x), ys = this.points.map(({y}) => y);
     const left = Math.min(...xs) - marginX, top = Math.min(...ys) - marginY;
     this.box = {left, top, width: Math.max(...xs) + marginX - left,

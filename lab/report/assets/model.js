@@ -92,6 +92,8 @@ class Run {
   readMarks(columns) {
     this.marks = absoluteTimes(columns.t).map((time, i) =>
       ({time, kind: columns.kind[i], subject: columns.subject[i], value: columns.value[i]}));
+    this.flushes = this.marks.filter(({kind}) => kind === kFlush);
+    this.flushTimes = this.flushes.map(({time}) => time);
   }
 
   readMessages(columns) {
@@ -159,6 +161,9 @@ class Run {
 
   timersOf(place, from, to) {
     return this.timersOfPlace[place].filter((timer) => timer.to >= from && timer.from <= to);
+  }
+  flushesBetween(from, to) {
+    return this.flushes.slice(Math.max(0, countUntil(this.flushTimes, from - 1)), countUntil(this.flushTimes, to));
   }
   faultBefore(time) {
     let last = null;

@@ -16,9 +16,18 @@ class Page {
     showFindings(run, (time) => { this.seek(time); this.timeline.showStory(time); });
     this.wire();
     this.setMoments();
-    // The first fault is what a reader looks for; before it everything is at rest.
-    const first = run.faults.find((fault) => fault.at <= run.end);
-    if (first) this.seekFault(first); else { this.seek(run.end); this.timeline.showAll(); }
+    this.begin();
+  }
+
+  // What the first fault has led to is what a reader looks for; before it everything is at rest.
+  begin() {
+    const first = this.run.faults.find((fault) => fault.at <= this.run.end);
+    if (!first) {
+      this.seek(this.run.end);
+      return this.timeline.showAll();
+    }
+    this.seekFault(first);
+    this.seek(storyEnd(this.run, this.timeline.axis, first));
   }
 
   wire() {
@@ -90,7 +99,7 @@ class Page {
     this.drawing.show(this.now);
     this.timeline.seek(this.now);
     const fault = run.faultBefore(this.now);
-    const since = fault === null ? "before the first fault"
+    const since = fault === null ? run.faults.length ? "before the first fault" : "nothing was done to it"
       : this.now === fault.at ? `the moment of “${fault.text}”`
         : `${durationText(this.now - fault.at)} after “${fault.text}”`;
     byId("clock").textContent = clockText(this.now);
@@ -104,7 +113,7 @@ class Page {
     this.slider.setAttribute("aria-valuetext", `${clockText(this.now)}, ${since}. ` +
       situation.map(({ring, text}) => `${ring}: ${text}`).join(". "));
     this.faultTable.rows.forEach((row, i) => {
-      if (run.faults[i] === fault) row.setAttribute("aria-current", "true");
+      if (fault !== null && run.faults[i] === fault) row.setAttribute("aria-current", "true");
       else row.removeAttribute("aria-current");
     });
     showEvents(run, this.now, this.timeline.withRepeats, (at) => { this.stop(); this.seek(at); });

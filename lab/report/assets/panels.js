@@ -43,23 +43,23 @@ function showCutOff(run) {
 }
 
 function faultTable(run, onSeek) {
-  const most = Math.max(1, ...run.faults.map(({outage}) => outage || 0));
   const withRemarks = run.faults.some(({remark}) => remark);
   const rows = run.faults.map((fault, index) => {
     const what = onSeek ? html("button", {type: "button", class: "jump"}, fault.text) : fault.text;
     if (onSeek) what.addEventListener("click", () => onSeek(fault, index));
-    const bar = svg("svg", {class: "outage-bar", viewBox: "0 0 100 8", preserveAspectRatio: "none",
-      "aria-hidden": "true"}, svg("rect", {width: 100 * (fault.outage || 0) / most, height: 8}));
     return html("tr", {class: fault.held ? "" : "failed"}, html("td", {class: "number"}, clockText(fault.at)),
       html("th", {scope: "row"}, what),
-      html("td", {class: "number"}, fault.outage === null ? "–" : durationText(fault.outage)),
-      html("td", {class: "bar-cell"}, bar),
-      html("td", {class: "held"}, fault.held ? "✓ as expected" : "✗ not as expected"),
+      html("td", {class: "number right"}, fault.outage === null ? "–" : durationText(fault.outage)),
+      html("td", {class: "held"}, fault.held ? "✓" : "✗",
+        html("span", {class: "word"}, fault.held ? " as expected" : " not as expected")),
       ...(withRemarks ? [html("td", {}, fault.remark)] : []));
   });
-  const heads = ["At", "What", "Outage", "", "Verdict"].concat(withRemarks ? ["Remark"] : []);
-  const head = html("thead", {}, html("tr", {}, ...heads.map((text) => text
-    ? html("th", {scope: "col"}, text) : html("td", {"aria-hidden": "true"}))));
+  const heads = ["At", "What", "Outage", "Verdict"].concat(withRemarks ? ["Remark"] : []);
+  const head = html("thead", {}, html("tr", {}, ...heads.map((text) =>
+    html("th", {scope: "col", class: text === "Outage" ? "right" : null}, text))));
+  if (run.faults.length === 0) {
+    rows.push(html("tr", {}, html("td", {colspan: heads.length}, "Nothing was done to the network.")));
+  }
   return {rows, parts: [head, html("tbody", {}, ...rows)]};
 }
 
@@ -94,7 +94,7 @@ function showFindings(run, onSeek) {
 
 // The events before and after a moment, as many as fit a table that is read at a glance.
 function showEvents(run, time, withRepeats, onSeek) {
-  const kBefore = 5, kAfter = 9;
+  const kBefore = 4, kAfter = 9;
   const index = countUntil(run.momentsWithMessages, time);
   const from = run.momentsWithMessages[Math.max(0, index - 1 - kBefore)];
   const to = run.momentsWithMessages[Math.min(run.momentsWithMessages.length - 1, index + kAfter)];
@@ -108,10 +108,11 @@ function showEvents(run, time, withRepeats, onSeek) {
     const present = event.time === time;
     return html("tr", {class: present ? "present" : event.time < time ? "past" : "",
       "aria-current": present ? "time" : null},
-    html("td", {class: "number"}, jump), html("td", {class: "number"}, since),
-    html("td", {class: `kind-${event.kind}`}, event.kind), html("td", {}, event.text));
+    html("td", {class: "number"}, jump), html("td", {class: "number since-fault"}, since),
+    html("td", {class: `kind kind-${event.kind}`}, event.kind), html("td", {}, event.text));
   });
-  const head = ["At", "Since the fault", "Kind", "What"].map((text) => html("th", {scope: "col"}, text));
+  const head = [["At"], ["After fault", "since-fault"], ["Kind", "kind"], ["What"]]
+    .map(([text, name]) => html("th", {scope: "col", class: name}, text));
   byId("event-list").replaceChildren(html("thead", {}, html("tr", {}, ...head)), html("tbody", {}, ...rows));
 }
 

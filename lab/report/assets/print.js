@@ -1,5 +1,6 @@
 // What stands on paper in place of what moves on the screen: for each fault the network as it was
-// when its story had ended, and the time line from the fault to that moment.
+// when its first stretch of events had ended, the time line from the fault to that moment, and in
+// words the rest until the next fault.
 
 const kMostSheets = 16;
 
@@ -20,28 +21,32 @@ function paperTimeline(run, lanes, axis, from, to) {
   body.append(...gapParts(axis, window, at, lanes.height), ...messageParts(run, lanes, window, at, false),
     ...labelParts(run, lanes, window));
   return svg("svg", {class: "paper-timeline", viewBox: `0 0 ${width} ${headHeight + lanes.height + 4}`},
-    ...axisParts(axis, window, at), body);
+    ...axisParts(axis, window, at), svg("rect", {class: "paper", width: labels, height: headHeight}), body);
 }
 
 function makeSheets(run, layout, axis) {
   const host = byId("sheets");
   if (host.childElementCount > 0) return;
   const lanes = new Lanes(run);
-  const add = (title, from, to) => {
+  const wordsAt = (time, when) => html("div", {}, html("h3", {}, when), html("ul", {class: "situation"},
+    ...situationTexts(run, time).map(({ring, text}) => html("li", {}, html("b", {}, ring), ` ${text}`))));
+  const add = (title, from, to, rest) => {
     const picture = html("div", {class: "sheet-drawing"});
     new Drawing(run, layout, picture).show(to);
-    const words = situationTexts(run, to).map(({ring, text}) => html("li", {}, html("b", {}, `${ring}: `), text));
-    const sheet = html("article", {class: "sheet"}, html("h2", {}, title), html("div", {class: "sheet-top"},
-      picture, html("ul", {class: "situation"}, ...words)));
+    const words = html("div", {}, wordsAt(to, from === to ? "" : `${durationText(to - from)} later (drawn)`));
+    if (rest !== null) words.append(wordsAt(rest, `${durationText(rest - from)} later`));
+    const sheet = html("article", {class: "sheet"}, html("h2", {}, title),
+      html("div", {class: "sheet-top"}, picture, words));
     if (from !== to && lanes.list.length <= 40) sheet.append(paperTimeline(run, lanes, axis, from, to));
     host.append(sheet);
   };
-  if (run.faults.length === 0) add(`At the end, ${clockText(run.end)}`, run.end, run.end);
-  for (const fault of run.faults.slice(0, kMostSheets)) {
+  if (run.faults.length === 0) add(`At the end, ${clockText(run.end)}`, run.end, run.end, null);
+  run.faults.slice(0, kMostSheets).forEach((fault, i) => {
     const outage = fault.outage === null ? "" : `, outage ${durationText(fault.outage)}`;
     const end = storyEnd(run, axis, fault);
-    add(`${fault.text} at ${clockText(fault.at)}${outage}`, fault.at, Math.max(end, fault.at + 1));
-  }
+    add(`${fault.text} at ${clockText(fault.at)}${outage}`, fault.at, Math.max(end, fault.at + 1),
+      Math.max(end, (i + 1 < run.faults.length ? run.faults[i + 1].at : run.end + 1) - 1));
+  });
   if (run.faults.length > kMostSheets) {
     host.append(html("p", {}, `The remaining ${run.faults.length - kMostSheets} faults are in the table.`));
   }

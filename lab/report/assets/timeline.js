@@ -14,7 +14,8 @@ class Timeline {
     this.head = byId("lanes-head");
     this.body = byId("lanes-body");
     this.headHeight = 58;
-    this.labelWidth = Math.min(150, 66 + 7 * Math.max(...run.nodes.map((name) => Math.min(name.length, 12))));
+    const longest = Math.max(...run.nodes.map((name) => Math.min(name.length, 12)));
+    this.labelWidth = (this.lanes.sizes.text ? 72 : 20) + 8 * longest;
     this.view = {scale: 0.1, gap: 46};
     this.mostScale = Math.min(kMostScale, kMostWidth / Math.max(this.axis.length, 1));
     this.host.addEventListener("scroll", () => this.drawSoon());
@@ -64,7 +65,7 @@ class Timeline {
   // From a little before a moment to the end of what belongs to it.
   showStory(time) {
     const {to} = this.axis.stretches[this.axis.stretchAt(time)];
-    const span = Math.min(Math.max(to - time, 1500), 14 * kMillisecond);
+    const span = Math.min(Math.max(to - time, 1500), 40 * kMillisecond);
     const scale = Math.min(this.mostScale, this.room * 0.84 / span);
     this.setView({scale, gap: 46}, time, this.room * 0.08);
   }

@@ -17,7 +17,7 @@ function axisParts(axis, window, at) {
     if (x >= free && x <= window.width) {
       const text = clockText(from);
       parts.push(svg("text", {class: "tick-text strong", x, y: 40}, text));
-      free = x + text.length * 6.6 + 8;
+      free = x + text.length * 7.4 + 12;
     }
     parts.push(svg("path", {class: "scale", d: `M${Math.max(x, 0)} 46H${Math.min(at(to), window.width)}`}));
     if ((to - from) / step > 20000) continue;
@@ -26,9 +26,10 @@ function axisParts(axis, window, at) {
       const tickX = at(from + tick * step);
       parts.push(svg("path", {class: "scale", d: `M${tickX} 43v6`}));
       const text = `+${durationText(tick * step)}`;
-      if (tickX >= free) {
+      const half = text.length * 6.6 / 2;
+      if (tickX - half >= free) {
         parts.push(svg("text", {class: "tick-text", x: tickX, y: 40, "text-anchor": "middle"}, text));
-        free = tickX + text.length * 6.2 / 2 + 6;
+        free = tickX + half + 8;
       }
     }
   }
@@ -76,8 +77,18 @@ function laneParts(run, lanes, lane, window, at) {
     }
   }
   lane.ends.forEach((end, i) => parts.push(...portParts(run, lane, end, lane.y + sizes.ports[i], window, at)));
-  parts.push(...timerParts(run, lanes, lane, window, at));
+  parts.push(...timerParts(run, lanes, lane, window, at), ...flushParts(run, lane, sizes, window, at));
   return parts;
+}
+
+// A notch on the port's line where learnt addresses were forgotten.
+function flushParts(run, lane, sizes, window, at) {
+  return run.flushesBetween(window.from, window.to).filter(({subject}) => lane.ends.includes(subject))
+    .map((flush) => {
+      const y = lane.y + sizes.ports[lane.ends.indexOf(flush.subject)];
+      return svg("path", {class: "flush", d: `M${at(flush.time)} ${y}l-3.5 -5h7Z`},
+        svg("title", {}, markText(run, flush)));
+    });
 }
 
 // Of equal words, with power and state together.
@@ -184,7 +195,7 @@ function labelParts(run, lanes, window) {
       parts.push(svg("text", {class: "lane-again", x: 4, y: lane.y + 13}, `${label} again`));
       continue;
     }
-    parts.push(svg("text", {class: "lane-name", x: 4, y: lane.y + sizes.bandTop + sizes.band - 4},
+    parts.push(svg("text", {class: sizes.text ? "lane-name" : "lane-name narrow", x: 4, y: lane.y + sizes.bandTop + sizes.band - 4},
       label, svg("tspan", {class: "role", dx: 5}, sizes.text ? lane.role : "")));
     if (sizes.lane >= 50) {
       const peers = lane.ends.map((end) => run.nodes[run.endOf(end ^ 1).node]);

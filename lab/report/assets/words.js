@@ -107,7 +107,7 @@ function eventsBetween(run, from, to, withRepeats) {
       strand: change.kind === kStrand ? change.subject : null});
   }
   for (const mark of run.marks) {
-    if (within(mark.time)) {
+    if (within(mark.time) && !(mark.kind === kFlush && mark.value === 0)) {
       const kind = mark.kind === kFlush ? "flush" : mark.kind === kCirculating ? "loop" : "command";
       events.push({time: mark.time, order: 2, kind, text: markText(run, mark)});
     }
