@@ -123,6 +123,7 @@ class Simulation {
   // How many blocks of memory a node's module has allocated and not released.
   size_t memory_blocks(NodeIndex node) const { return nodes_.at(node)->heap.blocks(); }
   uint64_t trace_hash() const { return world_.trace_hash(); }
+  const Timing& timing() const { return world_.timing; }
   uint64_t seed() const { return world_.options.seed; }
 
  private:

@@ -3,25 +3,14 @@
 #include <algorithm>
 
 #include "sim/checks/convergence.h"
+#include "sim/checks/frame_checker.h"
 #include "sim/checks/loop_checker.h"
-#include "sim/checks/partition_checker.h"
-#include "sim/checks/ring_watch.h"
+#include "sim/checks/partition_judge.h"
 #include "sim/checks/state_checker.h"
 
 namespace erps::sim {
 
 namespace {
-
-// How long a repair takes at most: the detection of the failure, and a message's way past all
-// nodes.
-int64_t repair_bound_us(const Topology& topology) {
-  constexpr int64_t kNodeUs = 500;
-  int64_t bound = Timing{}.carrier_up_us.high;
-  for (const LinkPlan& link : topology.links) {
-    bound += kNodeUs + link.delay_us.high;
-  }
-  return bound;
-}
 
 std::string in_milliseconds(int64_t time_us) {
   return std::to_string(time_us / kMillisecondUs) + "." +
@@ -31,28 +20,45 @@ std::string in_milliseconds(int64_t time_us) {
 }  // namespace
 
 struct Inspection::Checkers {
-  explicit Checkers(Simulation& simulation) : watch(simulation), states(simulation.topology()) {
+  explicit Checkers(Simulation& simulation)
+      : bounds(bounds_of(simulation.topology(), simulation.timing())),
+        watch(simulation),
+        mishaps(simulation, watch, bounds.repeat_us),
+        forced(watch, simulation.topology().nodes.size()),
+        states(simulation.topology()),
+        frames(simulation.topology()),
+        partitions(bounds, mishaps, forced) {
+    watch.add(mishaps);
+    watch.add(forced);
     watch.add(states);
   }
 
+  const Bounds bounds;
   RingWatch watch;
+  Mishaps mishaps;
+  ForcedSwitches forced;
   StateChecker states;
+  FrameChecker frames;
+  PartitionJudge partitions;
   LoopChecker loops;
-  PartitionChecker partitions;
   std::vector<Finding> home;
+
+  // In the order in which they observe: the watch tells the others.
+  std::vector<Observer*> observers() { return {&watch, &mishaps, &frames, &partitions, &loops}; }
+  std::vector<Checker*> all() { return {&states, &frames, &partitions}; }
 };
 
 Inspection::Inspection(Simulation& simulation)
     : simulation_(simulation), checkers_(std::make_unique<Checkers>(simulation)) {
-  simulation.observe(checkers_->watch);
-  simulation.observe(checkers_->loops);
-  simulation.observe(checkers_->partitions);
+  for (Observer* observer : checkers_->observers()) {
+    simulation.observe(*observer);
+  }
 }
 
 Inspection::~Inspection() {
-  simulation_.stop_observing(checkers_->watch);
-  simulation_.stop_observing(checkers_->loops);
-  simulation_.stop_observing(checkers_->partitions);
+  for (Observer* observer : checkers_->observers()) {
+    simulation_.stop_observing(*observer);
+  }
 }
 
 int64_t Inspection::home_bound_us() const {
@@ -68,8 +74,9 @@ void Inspection::expect_home() {
 }
 
 std::vector<Finding> Inspection::findings() {
-  std::vector<Finding> findings = checkers_->home;
   const int64_t now_us = simulation_.now_us();
+  checkers_->watch.finish_quiet(now_us);
+  std::vector<Finding> findings = checkers_->home;
   for (const Spell& loop : checkers_->loops.loops().until(now_us)) {
     findings.push_back({"loop",
                         loop.from_us,
@@ -78,18 +85,9 @@ std::vector<Finding> Inspection::findings() {
                         "frames circulate for " + in_milliseconds(loop.length_us()),
                         {}});
   }
-  const int64_t bound_us = repair_bound_us(simulation_.topology());
-  for (const Spell& partition : checkers_->partitions.partitions().until(now_us)) {
-    if (partition.length_us() > bound_us) {
-      findings.push_back({"partition",
-                          partition.from_us,
-                          partition.to_us,
-                          std::nullopt,
-                          "split for " + in_milliseconds(partition.length_us()),
-                          {}});
-    }
+  for (Checker* checker : checkers_->all()) {
+    checker->collect(now_us, findings);
   }
-  checkers_->states.collect(now_us, findings);
   std::stable_sort(findings.begin(), findings.end(), [](const Finding& one, const Finding& other) {
     return one.from_us < other.from_us;
   });

@@ -48,7 +48,7 @@ void RingWatch::on_record(const Record& record) {
   Watched& watched = nodes_[record.node];
   switch (record.kind) {
     case RecordKind::kEvent:
-      finish_event(watched, record);
+      finish_event(watched, record.node, record.time_us);
       take_event(watched, record);
       break;
     case RecordKind::kFrameReceived:
@@ -88,10 +88,10 @@ void RingWatch::take_event(Watched& watched, const Record& record) {
   }
 }
 
-void RingWatch::finish_event(Watched& watched, const Record& record) {
-  simulation_.records(record.node).read_rings(watched.next);
+void RingWatch::finish_event(Watched& watched, NodeIndex node, int64_t time_us) {
+  simulation_.records(node).read_rings(watched.next);
   if (watched.in_event) {
-    watched.step.to_us = record.time_us;
+    watched.step.to_us = time_us;
     for (const RingSnapshot& before : watched.rings) {
       watched.step.before = &before;
       watched.step.after = find_ring(watched.next, before.ring);
@@ -110,6 +110,17 @@ void RingWatch::finish_event(Watched& watched, const Record& record) {
     }
   }
   watched.rings.swap(watched.next);
+}
+
+void RingWatch::finish_quiet(int64_t now_us) {
+  constexpr int64_t kDoneUs = 500 * kMillisecondUs;
+  for (NodeIndex node = 0; node < nodes_.size(); ++node) {
+    Watched& watched = nodes_[node];
+    if (watched.in_event && watched.step.from_us + kDoneUs < now_us) {
+      finish_event(watched, node, now_us);
+      watched.in_event = false;
+    }
+  }
 }
 
 }  // namespace erps::sim

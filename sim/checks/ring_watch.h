@@ -68,6 +68,10 @@ class RingWatch final : public Observer {
   const RingSnapshot* ring(NodeIndex node, uint32_t ring) const;
   const std::vector<RingSnapshot>& rings(NodeIndex node) const { return nodes_[node].rings; }
 
+  // Tells the steps of nodes that have been without a new event for a while, all of what they did
+  // being done by now.
+  void finish_quiet(int64_t now_us);
+
   void on_record(const Record& record) override;
 
  private:
@@ -81,7 +85,7 @@ class RingWatch final : public Observer {
   };
 
   void take_event(Watched& watched, const Record& record);
-  void finish_event(Watched& watched, const Record& record);
+  void finish_event(Watched& watched, NodeIndex node, int64_t time_us);
 
   Simulation& simulation_;
   std::vector<Watched> nodes_;

@@ -1,0 +1,71 @@
+#include "sim/checks/forced_switches.h"
+
+#include <algorithm>
+
+#include "sim/checks/ring_model.h"
+#include "sim/checks/surprises.h"
+
+namespace erps::sim {
+
+namespace {
+
+constexpr auto kFs = static_cast<uint32_t>(RingRequest::kFs);
+constexpr auto kForced = static_cast<uint32_t>(RingState::kForced);
+
+bool has_failed_link(const RingSnapshot& ring) {
+  return std::any_of(ring.ports.begin(), ring.ports.end(),
+                     [](const PortSnapshot& port) { return port.present && !port.link_up; });
+}
+
+// What matters here.
+bool same(const RingSnapshot* one, const RingSnapshot* other) {
+  if (one == nullptr || other == nullptr) {
+    return one == other;
+  }
+  return one->state == other->state && one->local_priority == other->local_priority &&
+         has_failed_link(*one) == has_failed_link(*other);
+}
+
+}  // namespace
+
+void ForcedSwitches::on_step(const Step& step) {
+  if (same(step.before, step.after)) {
+    return;
+  }
+  const uint32_t id = step.ring();
+  size_t switches = 0;
+  size_t left = 0;
+  bool failed = false;
+  const auto count = [&](const RingSnapshot* ring) {
+    if (ring == nullptr) {
+      failed = true;  // a node that is down has failed links
+      return;
+    }
+    failed = failed || has_failed_link(*ring);
+    switches += ring->local_priority == kFs && ring->state == kForced ? 1 : 0;
+    left += ring->local_priority != kFs && ring->state == kForced && has_failed_link(*ring) ? 1 : 0;
+  };
+  for (NodeIndex node = 0; node < nodes_; ++node) {
+    count(node == step.node ? step.after : watch_.ring(node, id));
+  }
+  set(id, surprise::kForcedSplit, step.from_us, switches > 1 || (switches == 1 && failed));
+  set(id, surprise::kForcedLeft, step.from_us, switches == 0 && left != 0);
+}
+
+void ForcedSwitches::set(uint32_t ring, const char* surprise, int64_t time_us, bool holds) {
+  const auto open = std::find_if(spells_.begin(), spells_.end(), [&](const Spell& spell) {
+    return spell.lasts && spell.ring == ring && spell.surprise == surprise;
+  });
+  if (holds && open == spells_.end()) {
+    spells_.push_back({ring, surprise, time_us, time_us, true});
+  } else if (!holds && open != spells_.end()) {
+    open->to_us = time_us;
+    open->lasts = false;
+  }
+}
+
+void ForcedSwitches::forget_before(int64_t time_us) {
+  std::erase_if(spells_, [=](const Spell& spell) { return !spell.lasts && spell.to_us < time_us; });
+}
+
+}  // namespace erps::sim

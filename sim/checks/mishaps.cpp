@@ -1,0 +1,212 @@
+#include "sim/checks/mishaps.h"
+
+#include <algorithm>
+
+#include "sim/checks/surprises.h"
+
+namespace erps::sim {
+
+namespace {
+
+constexpr uint32_t kEventRequest = 14;
+
+uint32_t id_end(const MacAddress& address) {
+  return uint32_t{address[4]} << 8U | address[5];
+}
+
+uint32_t words_of(const RapsMessage& message) {
+  return message.request() << 1U | (message.rb() ? 1U : 0U);
+}
+
+uint32_t words_of(const RingSnapshot& ring) {
+  return uint32_t{ring.tx_request} << 1U | (ring.tx_rb ? 1U : 0U);
+}
+
+bool has_ring(const NodePlan& node, uint32_t ring) {
+  return std::any_of(node.rings.begin(), node.rings.end(),
+                     [=](const RingConfig& at) { return at.ring == ring; }) ||
+         std::any_of(node.sub_rings.begin(), node.sub_rings.end(),
+                     [=](const SubRingConfig& at) { return at.ring == ring; });
+}
+
+}  // namespace
+
+Mishaps::Mishaps(Simulation& simulation, const RingWatch& watch, int64_t repeat_us)
+    : simulation_(simulation),
+      topology_(simulation.topology()),
+      watch_(watch),
+      repeat_us_(repeat_us),
+      members_(topology_.nodes.size()) {}
+
+void Mishaps::forget_before(int64_t time_us) {
+  while (!mishaps_.empty() && mishaps_.front().time_us < time_us) {
+    mishaps_.pop_front();
+  }
+}
+
+void Mishaps::add(const Record& record, const char* surprise) {
+  mishaps_.push_back({record.time_us, surprise, record.node, repeat_us_});
+}
+
+void Mishaps::on_record(const Record& record) {
+  if (record.node >= members_.size()) {
+    return;
+  }
+  Member& member = members_[record.node];
+  switch (record.kind) {
+    case RecordKind::kEvent:
+      // The step of the last event has been told by now.
+      member.sent_through.clear();
+      member.event_us = record.time_us;
+      break;
+    case RecordKind::kFrameSent: {
+      // A repetition comes seconds after the event.
+      constexpr int64_t kEventLastsUs = 2 * kSecondUs;
+      if (record.b == id_end(topology_.nodes[record.node].address) &&
+          record.time_us - member.event_us < kEventLastsUs) {
+        member.sent_through.push_back(record.port);
+      }
+      break;
+    }
+    case RecordKind::kFrameReceived:
+      on_received(record);
+      break;
+    case RecordKind::kFrameLost:
+      on_lost(record);
+      break;
+    case RecordKind::kCrash:
+      member = Member{};
+      break;
+    case RecordKind::kCarrier:
+      if (record.a == 1) {
+        on_connection(record);
+      }
+      break;
+    case RecordKind::kRunning:
+      member.running = true;
+      on_connection(record);
+      break;
+    case RecordKind::kStalled:
+      mishaps_.push_back(
+          {record.time_us, surprise::kStalled, record.node, int64_t{record.a} * kMillisecondUs});
+      break;
+    default:
+      break;
+  }
+}
+
+void Mishaps::on_forwarding(int64_t /*time_us*/, const Forwarding& forwarding) {
+  strands_.resize(forwarding.arcs.size());
+  for (size_t i = 0; i < strands_.size(); ++i) {
+    strands_[i] = forwarding.arcs[i].works;
+  }
+}
+
+// What is lost with its link is no mishap: it comes late when the link comes back.
+void Mishaps::on_lost(const Record& record) {
+  const LinkEnd from{record.node, record.port};
+  for (LinkIndex link = 0; link < topology_.links.size(); ++link) {
+    const LinkPlan& plan = topology_.links[link];
+    for (size_t end = 0; end < 2; ++end) {
+      if (plan.ends[end] == from && 2 * link + end < strands_.size() && strands_[2 * link + end]) {
+        add(record, plan.raps.lost != 0 ? surprise::kLost : surprise::kTooEarly);
+      }
+    }
+  }
+}
+
+void Mishaps::on_received(const Record& record) {
+  const RapsMessage message{record.a, record.b};
+  const std::vector<RingSnapshot>& rings = watch_.rings(record.node);
+  const auto at = std::find_if(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
+    return (ring.ring & 0xFFU) == message.ring();
+  });
+  if (at == rings.end() || message.request() == kEventRequest) {
+    return;
+  }
+  auto& heard = members_[record.node].heard;
+  auto entry = std::find_if(heard.begin(), heard.end(), [&](const Heard& one) {
+    return one.ring == at->ring && one.from == message.node;
+  });
+  const bool is_news = entry == heard.end() || entry->words != words_of(message);
+  if (at->guard_running) {
+    if (is_news) {
+      add(record, surprise::kGuarded);
+    }
+    return;
+  }
+  if (entry == heard.end()) {
+    entry = heard.insert(heard.end(), {at->ring, message.node, 0, 0});
+  }
+  entry->words = words_of(message);
+  entry->at_us = record.time_us;
+}
+
+void Mishaps::on_step(const Step& step) {
+  if (step.after == nullptr) {
+    return;
+  }
+  const RingSnapshot& after = *step.after;
+  auto& said = members_[step.node].said;
+  auto entry = std::find_if(said.begin(), said.end(),
+                            [&](const Said& one) { return one.ring == after.ring; });
+  if (entry == said.end()) {
+    entry = said.insert(said.end(), {after.ring, 0, 0, false});
+  }
+  const uint32_t words = words_of(after);
+  const bool is_new = after.sending && (!entry->repeated || entry->words != words);
+  if (is_new) {
+    entry->since_us = step.from_us;
+  }
+  entry->words = words;
+  entry->repeated = after.sending;
+  if (!is_new) {
+    return;
+  }
+  const auto& through = members_[step.node].sent_through;
+  for (const PortSnapshot& port : after.ports) {
+    if (port.present && port.link_up && port.forwarding &&
+        std::find(through.begin(), through.end(), port.port) == through.end()) {
+      mishaps_.push_back({step.from_us, surprise::kHeldBack, step.node, repeat_us_});
+    }
+  }
+}
+
+bool Mishaps::everybody_heard(NodeIndex speaker, const RingSnapshot& ring) const {
+  const uint32_t id = id_end(topology_.nodes[speaker].address);
+  const uint32_t words = words_of(ring);
+  for (NodeIndex listener = 0; listener < members_.size(); ++listener) {
+    const Member& member = members_[listener];
+    const bool heard_it =
+        std::any_of(member.heard.begin(), member.heard.end(), [&](const Heard& one) {
+          return one.ring == ring.ring && one.from == id && one.words == words;
+        });
+    if (listener != speaker && member.running && has_ring(topology_.nodes[listener], ring.ring) &&
+        !heard_it) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Somebody repeats what somebody else has not heard. Asked of the modules as they are now: the
+// watch is a little late.
+bool Mishaps::somebody_missed_something() {
+  for (NodeIndex speaker = 0; speaker < members_.size(); ++speaker) {
+    simulation_.records(speaker).read_rings(rings_);
+    for (const RingSnapshot& ring : rings_) {
+      if (ring.sending && !everybody_heard(speaker, ring)) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+void Mishaps::on_connection(const Record& record) {
+  if (somebody_missed_something()) {
+    add(record, surprise::kCameLate);
+  }
+}
+
+}  // namespace erps::sim

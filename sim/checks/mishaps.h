@@ -1,0 +1,76 @@
+// What keeps R-APS messages from being heard at once, so that their repetition has to do it: each
+// such mishap, when it happens.
+//
+// Threading: the simulation's. Errors: none.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "sim/checks/ring_watch.h"
+
+namespace erps::sim {
+
+struct Mishap {
+  int64_t time_us = 0;
+  const char* surprise = "";  // its name
+  NodeIndex node = 0;         // where it happened
+  int64_t lasts_us = 0;       // for how long at most it explains that something does not happen
+};
+
+class Mishaps final : public Observer, public StepListener {
+ public:
+  // The watch observes before this does. repeat_us: how long a repetition takes at most to reach
+  // everybody.
+  Mishaps(Simulation& simulation, const RingWatch& watch, int64_t repeat_us);
+
+  void on_record(const Record& record) override;
+  void on_forwarding(int64_t time_us, const Forwarding& forwarding) override;
+  void on_step(const Step& step) override;
+
+  // Oldest first by the time when they became known; those of before since_us may be gone.
+  const std::deque<Mishap>& all() const { return mishaps_; }
+  void forget_before(int64_t time_us);
+
+ private:
+  // What a node repeats about a ring.
+  struct Said {
+    uint32_t ring = 0;
+    uint32_t words = 0;  // request and RB
+    int64_t since_us = 0;
+    bool repeated = false;
+  };
+  // The last that a node took in from another one.
+  struct Heard {
+    uint32_t ring = 0;
+    uint32_t from = 0;
+    uint32_t words = 0;
+    int64_t at_us = 0;
+  };
+  struct Member {
+    std::vector<Said> said;
+    std::vector<Heard> heard;
+    std::vector<uint32_t> sent_through;  // ports, own messages of the present event
+    int64_t event_us = 0;
+    bool running = false;
+  };
+
+  void on_received(const Record& record);
+  void on_lost(const Record& record);
+  void on_connection(const Record& record);
+  bool somebody_missed_something();
+  bool everybody_heard(NodeIndex speaker, const RingSnapshot& ring) const;
+  void add(const Record& record, const char* surprise);
+
+  Simulation& simulation_;
+  const Topology& topology_;
+  const RingWatch& watch_;
+  const int64_t repeat_us_;
+  std::vector<Member> members_;
+  std::vector<bool> strands_;  // that carry frames, by 2 * link + end that they lead away from
+  std::deque<Mishap> mishaps_;
+  std::vector<RingSnapshot> rings_;  // that are looked at
+};
+
+}  // namespace erps::sim

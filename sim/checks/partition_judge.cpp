@@ -1,0 +1,123 @@
+#include "sim/checks/partition_judge.h"
+
+#include <algorithm>
+#include <limits>
+#include <set>
+
+#include "sim/checks/graph.h"
+
+namespace erps::sim {
+
+namespace {
+
+// Steps are told when the node takes its next event, at the latest with a repetition.
+constexpr int64_t kAllToldUs = 10 * kSecondUs;
+
+std::string in_milliseconds(int64_t time_us) {
+  return std::to_string(time_us / kMillisecondUs) + "." +
+         std::to_string(time_us % kMillisecondUs / 100) + " ms";
+}
+
+}  // namespace
+
+PartitionJudge::PartitionJudge(const Bounds& bounds, Mishaps& mishaps, ForcedSwitches& forced)
+    : bounds_(bounds), mishaps_(mishaps), forced_(forced) {}
+
+void PartitionJudge::on_record(const Record& record) {
+  // A node without its software is split off until that runs.
+  if (record.kind == RecordKind::kRunning) {
+    starts_us_.push_back(record.time_us);
+  }
+}
+
+void PartitionJudge::on_forwarding(int64_t time_us, const Forwarding& forwarding) {
+  const bool split = has_partition(forwarding);
+  if (split && !open_) {
+    waiting_.push_back({time_us, time_us});
+  } else if (!split && open_) {
+    waiting_.back().to_us = time_us;
+    if (waiting_.back().length_us() <= bounds_.repair_us) {
+      waiting_.pop_back();
+    }
+  }
+  open_ = split;
+  judge_old(time_us);
+}
+
+void PartitionJudge::judge_old(int64_t now_us) {
+  while (!waiting_.empty() && !(open_ && waiting_.size() == 1) &&
+         waiting_.front().to_us + kAllToldUs < now_us) {
+    judge(waiting_.front(), findings_);
+    waiting_.erase(waiting_.begin());
+  }
+  const int64_t since_us = waiting_.empty() ? now_us : waiting_.front().from_us;
+  mishaps_.forget_before(since_us - kAllToldUs);
+  forced_.forget_before(since_us - kAllToldUs);
+  std::erase_if(starts_us_, [=](int64_t start) { return start < since_us - kAllToldUs; });
+}
+
+void PartitionJudge::judge(const Spell& partition, FindingList& into) const {
+  int64_t covered_us = partition.from_us + bounds_.repair_us;
+  std::set<std::string> names;
+  for (bool longer = true; longer && covered_us < partition.to_us;) {
+    longer = false;
+    const auto cover = [&](int64_t from_us, int64_t to_us, const char* name) {
+      if (from_us <= covered_us && to_us > covered_us &&
+          from_us >= partition.from_us - bounds_.repair_us) {
+        covered_us = to_us;
+        if (name != nullptr) {
+          names.insert(name);
+        }
+        longer = true;
+      }
+    };
+    for (const int64_t start : starts_us_) {
+      cover(std::max(start - bounds_.start_us, partition.from_us), start + bounds_.repair_us,
+            nullptr);
+    }
+    if (longer) {
+      continue;
+    }
+    for (const Mishap& mishap : mishaps_.all()) {
+      cover(mishap.time_us, mishap.time_us + mishap.lasts_us, mishap.surprise);
+      if (longer) {
+        break;
+      }
+    }
+    for (const ForcedSwitches::Spell& spell : forced_.spells()) {
+      constexpr int64_t kForEver = std::numeric_limits<int64_t>::max();
+      cover(std::max(spell.from_us, partition.from_us),
+            spell.lasts ? kForEver : spell.to_us + bounds_.repair_us, spell.surprise);
+    }
+  }
+  if (covered_us >= partition.to_us && names.empty()) {
+    return;
+  }
+  std::string all;
+  for (const std::string& name : names) {
+    all += (all.empty() ? "" : "; ") + name;
+  }
+  const bool explained = covered_us >= partition.to_us;
+  into.add(
+      {"partition", partition.from_us, partition.to_us, std::nullopt,
+       "split for " + in_milliseconds(partition.length_us()) + ", " +
+           in_milliseconds(bounds_.repair_us) + " are allowed" +
+           (explained ? "" : "; explained until " + std::to_string(covered_us) + " us: " + all),
+       explained ? all : ""});
+}
+
+void PartitionJudge::collect(int64_t now_us, std::vector<Finding>& findings) {
+  FindingList late = findings_;
+  for (const Spell& partition : waiting_) {
+    Spell until_now = partition;
+    if (open_ && &partition == &waiting_.back()) {
+      until_now.to_us = now_us;
+    }
+    if (until_now.length_us() > bounds_.repair_us) {
+      judge(until_now, late);
+    }
+  }
+  late.append_to(findings);
+}
+
+}  // namespace erps::sim

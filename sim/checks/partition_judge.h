@@ -1,0 +1,40 @@
+// Tells the partitions that last too long, and which of them the protocol makes by itself.
+//
+// A repair takes the detection of the fault and a message's way. A partition that lasts longer is
+// put down to a mishap of a message, which lasts until the message is repeated, or to forced
+// switches, as far as these cover it without a gap; else it is a violation.
+#pragma once
+
+#include <vector>
+
+#include "sim/checks/bounds.h"
+#include "sim/checks/checker.h"
+#include "sim/checks/forced_switches.h"
+#include "sim/checks/mishaps.h"
+#include "sim/checks/spells.h"
+
+namespace erps::sim {
+
+class PartitionJudge final : public Checker, public Observer {
+ public:
+  // All three are watched elsewhere, and before this is.
+  PartitionJudge(const Bounds& bounds, Mishaps& mishaps, ForcedSwitches& forced);
+
+  void on_record(const Record& record) override;
+  void on_forwarding(int64_t time_us, const Forwarding& forwarding) override;
+  void collect(int64_t now_us, std::vector<Finding>& findings) override;
+
+ private:
+  void judge(const Spell& partition, FindingList& into) const;
+  void judge_old(int64_t now_us);
+
+  const Bounds bounds_;
+  Mishaps& mishaps_;
+  ForcedSwitches& forced_;
+  std::vector<Spell> waiting_;  // to be judged once all is known of them
+  std::vector<int64_t> starts_us_;
+  bool open_ = false;
+  FindingList findings_;
+};
+
+}  // namespace erps::sim

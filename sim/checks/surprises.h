@@ -1,0 +1,25 @@
+// The names of what rings do by themselves and an operator would not expect; docs/operating.md
+// tells what to do about each.
+#pragma once
+
+namespace erps::sim::surprise {
+
+// Not the standard's sub-code: an interconnection node that only marks sets it in all that passes.
+inline constexpr char kInterconnectionMark[] = "interconnection mark";
+inline constexpr char kMarkedEvent[] = "interconnection mark on an Event";
+// A message left only with its repetition, because the port was blocked when it was first sent.
+inline constexpr char kHeldBack[] = "message held back until its repetition";
+// A node in its guard time neither took nor passed on a message.
+inline constexpr char kGuarded[] = "message missed in the guard time";
+// A link or a node came while others waited for what had been said before.
+inline constexpr char kCameLate[] = "rejoined part waits for a repetition";
+// Where the end that it was sent to had not noticed yet that its link is back.
+inline constexpr char kTooEarly[] = "message sent before the other end was up";
+inline constexpr char kLost[] = "message lost on its way";
+// A forced switch keeps its port blocked whatever else fails, and beside another forced switch.
+inline constexpr char kForcedSplit[] = "forced switch beside another block";
+// The ends of a failed link stay in forced when the switch is cleared.
+inline constexpr char kForcedLeft[] = "forced switch cleared while a link is down";
+inline constexpr char kStalled[] = "node without its processor";
+
+}  // namespace erps::sim::surprise
