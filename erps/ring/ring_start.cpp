@@ -33,14 +33,14 @@ void set_up_timers(ERPSM_T* ring) {
   set_up_timer(ring, &ring->holdoff_timer, erps_holdoff_timer_expire, "Holdoff timer");
 }
 
-void read_node_address(ERPSM_T* ring) {
+void read_node_address(ERPSM_T* ring, ERPS_LOG_PLACE_T caller = ERPS_LOG_PLACE_T::here()) {
   uint8_t* node = ring->local_node_id;
   if (std::all_of(node, node + kMacLength, [](uint8_t byte) { return byte == 0; })) {
     get_nic_address(kNic, 0, node);
   }
   get_nic_address(kNic, 0, g_erps_src_mac);
-  ERPS_DEBUG_AT("nic %s nic addr : %02x:%02x:%02x:%02x:%02x:%02x\n", kNic, node[0], node[1],
-                node[2], node[3], node[4], node[5]);
+  ERPS_DEBUG_AT_FROM(caller, "nic %s nic addr : %02x:%02x:%02x:%02x:%02x:%02x\n", kNic, node[0],
+                     node[1], node[2], node[3], node[4], node[5]);
 }
 
 }  // namespace

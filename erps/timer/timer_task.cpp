@@ -18,8 +18,12 @@ struct QueueCloser {
   ~QueueCloser() { erps_timer_routine_cancel_process(erps_timer_event_queue); }
 };
 
+// What the task logs, it logs under its own name.
+constexpr const char* kTask = "erps_routine_timer";
+
 // Sleeps one tick. The result of select: 0 after the whole time.
 int sleep_one_tick() {
+  constexpr ERPS_LOG_PLACE_T task{kTask, __LINE__};
   for (;;) {
     int result = 0;
     {
@@ -31,8 +35,8 @@ int sleep_one_tick() {
     if (result >= 0) {
       return result;
     }
-    ERPS_DEBUG_AT("erps timer select error!\n");
-    ERPS_DEBUG("erps timer select error!\n");
+    ERPS_DEBUG_AT_FROM(task, "erps timer select error!\n");
+    ERPS_DEBUG_FROM(task, "erps timer select error!\n");
   }
 }
 
@@ -72,6 +76,7 @@ int erps_routine_timer(erps_task_desc* task) {
 }
 
 void erps_timer_walk() {
+  constexpr ERPS_LOG_PLACE_T task{kTask, __LINE__};
   ERPS_TASK_ENTRY("Task entry begin process!~\n");
   {
     const TimerLock lock;
@@ -81,8 +86,8 @@ void erps_timer_walk() {
       if (erps_time_after(timer->expire, now) == 0) {
         break;
       }
-      ERPS_DEBUG_AT("%s Expire time = %d Cur time = %d \n", timer->name, timer->expire.seconds,
-                    now.seconds);
+      ERPS_DEBUG_AT_FROM(task, "%s Expire time = %d Cur time = %d \n", timer->name,
+                         timer->expire.seconds, now.seconds);
       erps_timer_delete(timer);
       if (timer->repeat == kPeriodic) {
         erps_calc_timeout(&timer->expire, timer->period);

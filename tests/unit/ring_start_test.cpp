@@ -142,7 +142,7 @@ TEST_F(RingStartTest, NodeIdIsReadFromThePlatformWhenNoneIsSet) {
   EXPECT_EQ(bytes_of(g_erps_src_mac, 6), (std::vector<uint8_t>{2, 3, 4, 5, 6, 7}));
   EXPECT_THAT(platform.calls({"get_nic_address"}),
               ElementsAre("get_nic_address(eth0, 0)", "get_nic_address(eth0, 0)"));
-  EXPECT_EQ(logged_at("", "nic eth0 nic addr : 02:03:04:05:06:07\n"), 1);
+  EXPECT_EQ(logged_at("erps_start_func", "nic eth0 nic addr : 02:03:04:05:06:07\n"), 1);
 }
 
 TEST_F(RingStartTest, NodeIdThatIsSetStaysAndTheSourceAddressIsStillRead) {
@@ -153,7 +153,7 @@ TEST_F(RingStartTest, NodeIdThatIsSetStaysAndTheSourceAddressIsStillRead) {
   EXPECT_EQ(bytes_of(ring->local_node_id, 6), (std::vector<uint8_t>{0, 0, 0, 0, 0, 0x42}));
   EXPECT_EQ(bytes_of(g_erps_src_mac, 6), (std::vector<uint8_t>{2, 3, 4, 5, 6, 7}));
   EXPECT_EQ(platform.calls({"get_nic_address"}).size(), 1U);
-  EXPECT_EQ(logged_at("", "nic eth0 nic addr : 00:00:00:00:00:42\n"), 1);
+  EXPECT_EQ(logged_at("erps_start_func", "nic eth0 nic addr : 00:00:00:00:00:42\n"), 1);
 }
 
 TEST_F(RingStartTest, UnreadableNodeAddressDoesNotStopTheStart) {

@@ -157,7 +157,8 @@ TEST_F(TimerWalkTest, EachExpiryIsLoggedWithItsTimeAndThePresent) {
   start("pending", kNow + 1);
   platform.clear_journal();
   erps_timer_walk();
-  EXPECT_EQ(logged_at("", "Guard Timer Expire time = 999999 Cur time = 1000000 \n"), 1);
+  EXPECT_EQ(
+      logged_at("erps_routine_timer", "Guard Timer Expire time = 999999 Cur time = 1000000 \n"), 1);
   EXPECT_EQ(logged_part("Expire time"), 1);
 }
 
@@ -246,7 +247,7 @@ TEST_F(TimerTaskTest, FailedSleepIsLoggedTwiceAndTriedAgainWithoutAWalk) {
   ASSERT_EQ(start_task(), 0);
   ASSERT_TRUE(platform.wait_until_sleeper_idle());
   stop_task();
-  EXPECT_EQ(logged_at("", "erps timer select error!\n"), 2);
+  EXPECT_EQ(logged_at("erps_routine_timer", "erps timer select error!\n"), 2);
   EXPECT_EQ(logged_part("erps timer select error!\n"), 4);
   EXPECT_EQ(task_lines("Task entry begin process!~\n"), 0);
   EXPECT_EQ(platform.calls({"select"}).size(), 3U);
