@@ -4,6 +4,7 @@
 #include <link.h>
 
 #include "sim/import_patch.h"
+#include "sim/shared_code.h"
 #include "sim/sim_error.h"
 
 namespace erps::sim {
@@ -22,6 +23,7 @@ ModuleCopy::ModuleCopy(const std::string& module_path)
     throw SimError(std::string("cannot look into the loaded module: ") + dlerror());
   }
   load_address_ = map->l_addr;
+  share_code(*map, file_.common_file());
   redirect_imports(*map);
   init_ = find("erps_module_init");
   start_ = find("erps_module_start");

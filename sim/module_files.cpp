@@ -1,5 +1,6 @@
 #include "sim/module_files.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -75,8 +76,16 @@ class Pool {
     if (!copy.flush()) {
       throw SimError("cannot write " + path + ": " + std::strerror(errno));
     }
+    if (module.common_file < 0) {
+      module.common_file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+      if (module.common_file < 0) {
+        throw SimError("cannot open " + path + ": " + std::strerror(errno));
+      }
+    }
     return path;
   }
+
+  int common_file(const std::string& module_path) { return modules_[module_path].common_file; }
 
   void give_back(const std::string& module_path, const std::string& path) {
     modules_[module_path].idle.push_back(path);
@@ -86,6 +95,7 @@ class Pool {
   struct Module {
     std::vector<char> image;
     std::vector<std::string> idle;
+    int common_file = -1;
   };
 
   std::string directory_;
@@ -101,7 +111,9 @@ Pool& pool() {
 }  // namespace
 
 ModuleFile::ModuleFile(const std::string& module_path)
-    : module_path_(module_path), path_(pool().take(module_path)) {}
+    : module_path_(module_path),
+      path_(pool().take(module_path)),
+      common_file_(pool().common_file(module_path)) {}
 
 ModuleFile::~ModuleFile() {
   pool().give_back(module_path_, path_);

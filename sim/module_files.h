@@ -22,10 +22,13 @@ class ModuleFile {
   ModuleFile& operator=(const ModuleFile&) = delete;
 
   const std::string& path() const { return path_; }
+  // An open file of the same content, the same one for all copies of a module.
+  int common_file() const { return common_file_; }
 
  private:
   std::string module_path_;
   std::string path_;
+  int common_file_;
 };
 
 }  // namespace erps::sim
