@@ -20,6 +20,7 @@ void erps_pkt_buf_free(void* buffer) {
 int32_t erps_equeue_msg_send(uint32_t type, uint32_t ring_id, uint32_t value) {
   ERPS_MSG_T* buffer = erps_msg_malloc();
   if (buffer == nullptr) {
+    ERPS_ERROR("no memory for event %d of ring %d\n", type, ring_id);  // nobody else would tell
     return -1;
   }
   buffer->word[2] = ring_id;
