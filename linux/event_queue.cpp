@@ -232,30 +232,62 @@ void EventQueue::refuse(DoorVerdict verdict, size_t length) {
 
 void EventQueue::read_ahead() {
   for (const auto& port : ports_.all()) {
-    const uint64_t bit = uint64_t{1} << port->id;
-    if ((frames_ready_ & bit) == 0 || heads_[port->id] != nullptr) {
-      continue;
+    if ((frames_ready_ & uint64_t{1} << port->id) != 0 && heads_[port->id] == nullptr) {
+      heads_[port->id] = read_admitted(*port);
     }
-    Packet* packet = packets_.take();
-    const int error = port->frames.receive(packet != nullptr ? *packet : *spare_);
-    if (packet == nullptr) {  // whoever receives keeps its packets: what comes in is lost
-      if (error == 0) {
-        count(port->frames_dropped);
-      } else {
-        frames_ready_ &= ~bit;
-      }
-      continue;
-    }
-    if (error == 0) {
-      packet->port = port.get();
-      packet->port_id = static_cast<uint16_t>(port->id);
-      heads_[port->id] = packet;
-      continue;
-    }
-    packets_.give_back(packet);
-    // EAGAIN: no more frames. Anything else is the interface going down, told once.
-    frames_ready_ &= ~bit;
   }
+}
+
+// The port's next frame, or null. A flood is emptied out a stretch at a time, so that links,
+// timers and commands have their turn in between.
+Packet* EventQueue::read_admitted(RingPort& port) {
+  constexpr int kMostAtOnce = 64;
+  Packet* packet = packets_.take();
+  for (int i = 0; i < kMostAtOnce; ++i) {
+    Packet& received = packet != nullptr ? *packet : *spare_;
+    if (port.frames.receive(received) != 0) {
+      // EAGAIN: no more frames. Anything else is the interface going down, told once.
+      frames_ready_ &= ~(uint64_t{1} << port.id);
+      break;
+    }
+    if (!port.flood_guard.admits(received.frame(), received.length, mono_now_ns())) {
+      refuse_frame(port, received);
+    } else if (packet == nullptr) {  // whoever receives keeps its packets: what comes in is lost
+      count(port.frames_dropped);
+    } else {
+      packet->port = &port;
+      packet->port_id = static_cast<uint16_t>(port.id);
+      return packet;
+    }
+  }
+  if (packet != nullptr) {
+    packets_.give_back(packet);
+  }
+  return nullptr;
+}
+
+void EventQueue::refuse_frame(RingPort& port, Packet& packet) {
+  count(port.frames_refused);
+  FloodNews& news = flood_news_[port.id];
+  ++news.refused;
+  constexpr int64_t kQuietNs = 1'000'000'000;
+  HistoryRecord record = History::make(HistoryKind::kFlood, static_cast<uint8_t>(port.id), Cause{});
+  if (record.mono_ns - news.told_ns < kQuietNs) {
+    return;
+  }
+  constexpr size_t kSourceOffset = 6;
+  if (packet.length >= kSourceOffset + record.source.size()) {
+    std::copy_n(packet.frame() + kSourceOffset, record.source.size(), record.source.begin());
+  }
+  std::snprintf(record.text, sizeof record.text, "%" PRIu64 " refused", news.refused);
+  history_.add(record);
+  const auto& source = record.source;
+  logf(LogLevel::kError,
+       "port %u (%s): flood of R-APS frames: %" PRIu64
+       " refused, the last one from %02x:%02x:%02x:%02x:%02x:%02x",
+       port.id, port.interface.c_str(), news.refused, source[0], source[1], source[2], source[3],
+       source[4], source[5]);
+  news = {.told_ns = record.mono_ns, .refused = 0};
 }
 
 bool EventQueue::take_frame(ERPS_EVENT_MSG_T& event) {

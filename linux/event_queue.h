@@ -54,6 +54,12 @@ class EventQueue {
   size_t door_depth() const { return door_.depth(); }
 
  private:
+  // Frames refused since it was last told.
+  struct FloodNews {
+    int64_t told_ns = 0;
+    uint64_t refused = 0;
+  };
+
   static constexpr size_t kLinkRecords = 64;
   static constexpr int kMaxReady = kMaxPort + 8;
 
@@ -66,6 +72,8 @@ class EventQueue {
   bool take_from_door(ERPS_EVENT_MSG_T& event);
   bool take_frame(ERPS_EVENT_MSG_T& event);
   void read_ahead();
+  Packet* read_admitted(RingPort& port);
+  void refuse_frame(RingPort& port, Packet& packet);
   void refuse(DoorVerdict verdict, size_t length);
 
   RingPorts& ports_;
@@ -90,6 +98,7 @@ class EventQueue {
   std::array<LinkRecord, kLinkRecords> link_records_{};
   size_t next_link_record_ = 0;
   int64_t last_refusal_logged_ns_ = 0;
+  std::array<FloodNews, kMaxPort + 1> flood_news_{};
 };
 
 }  // namespace erps::linux_platform

@@ -17,7 +17,7 @@
 namespace erps::linux_platform {
 namespace {
 
-constexpr int kReceiveBufferBytes = 256 * 1024;  // some hundred frames: a storm ends here
+constexpr int kReceiveBufferBytes = 1024 * 1024;  // some thousand frames: a storm ends here
 constexpr int kControlPriority = 7;
 constexpr size_t kAddressesLength = 12;
 constexpr uint16_t kVlanIdMask = 0x0FFF;
@@ -99,7 +99,11 @@ void FrameSocket::open() {
   set_option(fd_.get(), SOL_PACKET, PACKET_AUXDATA, 1, "auxiliary data");
   set_option(fd_.get(), SOL_SOCKET, SO_TIMESTAMPNS, 1, "time stamps");
   set_option(fd_.get(), SOL_SOCKET, SO_PRIORITY, kControlPriority, "priority");
-  set_option(fd_.get(), SOL_SOCKET, SO_RCVBUF, kReceiveBufferBytes, "receive buffer");
+  // Past the system's limit, which is meant for sockets that nobody's traffic depends on.
+  if (setsockopt(fd_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBufferBytes,
+                 sizeof kReceiveBufferBytes) != 0) {
+    set_option(fd_.get(), SOL_SOCKET, SO_RCVBUF, kReceiveBufferBytes, "receive buffer");
+  }
 }
 
 int FrameSocket::bind(uint32_t ifindex) {

@@ -53,6 +53,8 @@ const char* kind_name(HistoryKind kind) {
       return "capture";
     case HistoryKind::kMalformed:
       return "raps-malformed";
+    case HistoryKind::kFlood:
+      return "raps-flood";
   }
   return "unknown";
 }
@@ -145,6 +147,9 @@ std::string to_json_line(const HistoryRecord& record) {
     case HistoryKind::kDoorDrop:
       append(line, ",\"reason\":\"%s\",\"length\":%u",
              verdict_text(static_cast<DoorVerdict>(record.reason)), record.length);
+      break;
+    case HistoryKind::kFlood:
+      append(line, ",\"source\":\"%s\"", mac_text(record.source).c_str());
       break;
     case HistoryKind::kCommand:
     case HistoryKind::kMalformed:

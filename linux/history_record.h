@@ -18,6 +18,7 @@ enum class HistoryKind : uint8_t {
   kDoorDrop,      // "door-drop": an outside message was refused
   kCapture,       // "capture"
   kMalformed,     // "raps-malformed": a received R-APS was too short to be read here
+  kFlood,         // "raps-flood": frames of a flood were refused, told once a second
 };
 
 // What was being handled when the module asked for something.
@@ -60,9 +61,10 @@ struct HistoryRecord {
   uint16_t length;                 // frame or message length in bytes
   int32_t error;                   // errno of what failed, 0 otherwise
   std::array<uint8_t, 6> node_id;  // R-APS: the sender's node ID
-  std::array<uint8_t, 6> source;   // R-APS: source address
+  std::array<uint8_t, 6> source;   // R-APS, flood: source address
   std::array<uint8_t, 6> cause_node_id;  // node ID of the R-APS that is the cause
-  char text[42];  // capture: mechanism; never longer than fits, always terminated
+  // capture: mechanism; flood: how many frames; never longer than fits, always terminated
+  char text[42];
 };
 static_assert(std::is_trivially_copyable_v<HistoryRecord>);
 

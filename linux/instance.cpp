@@ -150,6 +150,7 @@ PortStatus Instance::port_status(const RingPort& port) {
   status.frames_sent = port.frames_sent.load();
   status.send_failures = port.send_failures.load();
   status.frames_dropped = port.frames_dropped.load();
+  status.frames_refused = port.frames_refused.load();
   status.link_changes = port.link_changes.load();
   status.reapplied = port.reapplied.load();
 

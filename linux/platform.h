@@ -110,6 +110,7 @@ struct PortStatus {
   uint64_t frames_sent = 0;
   uint64_t send_failures = 0;
   uint64_t frames_dropped = 0;  // by the kernel, for a full socket buffer
+  uint64_t frames_refused = 0;  // more of them than any node of a ring sends
   uint64_t link_changes = 0;
   uint64_t reapplied = 0;  // times the kernel had undone the wanted state
 };

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "linux/flood_guard.h"
 #include "linux/frame_socket.h"
 #include "linux/link_info.h"
 
@@ -26,6 +27,8 @@ struct RingPort {
   const uint32_t id;
   const std::string interface;
   FrameSocket frames;
+
+  FloodGuard flood_guard;  // whoever receives from the protocol task's queue
 
   // The link monitor's: whoever runs the protocol task's queue.
   std::atomic<uint32_t> ifindex{0};  // 0 while the interface does not exist
@@ -43,6 +46,7 @@ struct RingPort {
   std::atomic<uint64_t> frames_sent{0};
   std::atomic<uint64_t> send_failures{0};
   std::atomic<uint64_t> frames_dropped{0};
+  std::atomic<uint64_t> frames_refused{0};
   std::atomic<uint64_t> link_changes{0};
   std::atomic<uint64_t> reapplied{0};
 };

@@ -296,11 +296,11 @@ TEST_F(FramesTest, PacketsThatAreNotGivenBackCostFramesNotMemory) {
   EXPECT_EQ(take_frame(*event), frame);
 }
 
-TEST_F(FramesTest, StormIsBoundedAndCountedByTheKernel) {
+TEST_F(FramesTest, StormIsBoundedByTheKernelAndRefusedHere) {
   start_platform();
   ASSERT_EQ(add_capture_rule(), 0);
   const Wire one("w1");
-  const Bytes frame = raps_frame(1, 100, 11);
+  const Bytes frame = raps_frame(1, 100, 11, 9);
   for (int i = 0; i < 20000; ++i) {
     one.send(frame);
   }
@@ -310,8 +310,20 @@ TEST_F(FramesTest, StormIsBoundedAndCountedByTheKernel) {
     ++heard;
   }
   EXPECT_GT(heard, 50u);
-  EXPECT_LT(heard, 5000u);
+  EXPECT_LT(heard, 1500u);
   EXPECT_GT(port(1).frames_dropped, 10000u);
+  EXPECT_GT(port(1).frames_refused, 100u);
+  EXPECT_EQ(port(1).frames_received, heard);
+
+  std::vector<HistoryRecord> told = history();
+  std::erase_if(told, [](const HistoryRecord& record) { return record.kind != HistoryKind::kFlood; });
+  EXPECT_GE(told.size(), 1u);
+  EXPECT_LE(told.size(), 5u) << "more often than once a second";
+  for (const HistoryRecord& record : told) {
+    EXPECT_EQ(record.port, 1u);
+    EXPECT_EQ(Bytes(record.source.begin(), record.source.end()),
+              Bytes(frame.begin() + 6, frame.begin() + 12));
+  }
 }
 
 TEST_F(FramesTest, TwoTasksSendAtOnce) {

@@ -1,0 +1,151 @@
+// Which frames of a flood are let in, in times of the test's own.
+#include "linux/flood_guard.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/linux/platform_fixture.h"
+
+namespace erps::linux_platform::test {
+namespace {
+
+constexpr int64_t kSecondNs = 1'000'000'000;
+constexpr int64_t kFloodGapNs = kSecondNs / 100'000;  // 100,000 frames a second
+constexpr uint8_t kNoRequest = 0;
+constexpr uint8_t kSignalFail = 11;
+
+class FloodGuardTest : public ::testing::Test {
+ protected:
+  bool admits(const Bytes& frame) { return guard_.admits(frame.data(), frame.size(), now_ns_); }
+
+  // Sends the frame for so long; how many got in.
+  int64_t flood(const Bytes& frame, int64_t duration_ns) {
+    int64_t admitted = 0;
+    for (const int64_t end_ns = now_ns_ + duration_ns; now_ns_ < end_ns; now_ns_ += kFloodGapNs) {
+      admitted += admits(frame) ? 1 : 0;
+    }
+    return admitted;
+  }
+
+  // What one source that repeats itself is allowed within so many seconds.
+  static int64_t most_within(int64_t seconds) {
+    return FloodGuard::kOfSource.burst + FloodGuard::kBesidesFlood.burst +
+           FloodGuard::kOfSource.per_second * seconds + 1;
+  }
+
+  // A frame of a source that is one of very many.
+  static Bytes of_source(uint32_t number) {
+    Bytes frame = raps_frame(1, 100, kSignalFail);
+    frame[6] = 0x02;
+    for (size_t i = 0; i < 4; ++i) {
+      frame[8 + i] = static_cast<uint8_t>(number >> (8 * i));
+    }
+    return frame;
+  }
+
+  FloodGuard guard_;
+  int64_t now_ns_ = 1000 * kSecondNs;
+};
+
+TEST_F(FloodGuardTest, WholeRingThatStartsAtOnceIsHeard) {
+  for (uint32_t node = 0; node < 255; ++node) {
+    for (int repeat = 0; repeat < 3; ++repeat) {
+      EXPECT_TRUE(admits(of_source(node))) << "node " << node;
+    }
+  }
+}
+
+TEST_F(FloodGuardTest, NodeOfThirtyRingsWhoseLinksFlapTenTimesASecondIsHeard) {
+  for (int flap = 0; flap < 50; ++flap, now_ns_ += kSecondNs / 10) {
+    for (uint8_t ring = 1; ring <= 15; ++ring) {
+      for (int repeat = 0; repeat < 3; ++repeat) {
+        ASSERT_TRUE(admits(raps_frame(ring, 100, flap % 2 == 0 ? kSignalFail : kNoRequest)))
+            << "flap " << flap;
+      }
+    }
+  }
+}
+
+TEST_F(FloodGuardTest, FloodIsHeldToItsSourcesBudget) {
+  const int64_t admitted = flood(raps_frame(1, 100, kSignalFail), 10 * kSecondNs);
+  EXPECT_GE(admitted, 10 * FloodGuard::kOfSource.per_second);
+  EXPECT_LE(admitted, most_within(10));
+}
+
+TEST_F(FloodGuardTest, OtherSourcesAreHeardThroughAFlood) {
+  const Bytes attack = raps_frame(1, 100, kNoRequest, 66);
+  flood(attack, kSecondNs);
+  for (int second = 0; second < 10; ++second) {
+    EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, 7)));
+    flood(attack, kSecondNs);
+  }
+}
+
+TEST_F(FloodGuardTest, FloodingNeighbourIsHeardWhenItHasSomethingElseToSay) {
+  const Bytes repeated = raps_frame(1, 100, kNoRequest, 7);
+  flood(repeated, kSecondNs);
+  for (int second = 0; second < 10; ++second) {
+    for (int repeat = 0; repeat < 3; ++repeat) {
+      EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, 7))) << "second " << second;
+      flood(repeated, kSecondNs / 100);
+    }
+    flood(repeated, kSecondNs);
+  }
+}
+
+TEST_F(FloodGuardTest, SourcesHeardBeforeAreHeardThroughAFloodOfInventedOnes) {
+  EXPECT_TRUE(admits(raps_frame(1, 100, kNoRequest, 7)));
+  int64_t admitted = 0;
+  for (uint32_t i = 0; i < 1'000'000; ++i, now_ns_ += kFloodGapNs) {
+    admitted += admits(of_source(i)) ? 1 : 0;
+    if (i % 100'000 == 0) {
+      EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, 7))) << "after " << i;
+    }
+  }
+  EXPECT_LE(admitted, static_cast<int64_t>(FloodGuard::kSources));
+}
+
+TEST_F(FloodGuardTest, SourcesThatFellSilentMakeRoomForNewOnes) {
+  for (uint32_t i = 0; i < 100'000; ++i, now_ns_ += kSecondNs / 1000) {
+    admits(of_source(i));
+  }
+  const Bytes newcomer = raps_frame(1, 100, kSignalFail, 9);
+  EXPECT_FALSE(admits(newcomer));
+  now_ns_ += FloodGuard::kForgettableNs;
+  EXPECT_TRUE(admits(newcomer));
+}
+
+TEST_F(FloodGuardTest, FloodThatEndedIsForgotten) {
+  const Bytes frame = raps_frame(1, 100, kSignalFail);
+  flood(frame, kSecondNs);
+  EXPECT_FALSE(admits(frame));
+  now_ns_ += 2 * kSecondNs;
+  for (int64_t i = 0; i < FloodGuard::kOfSource.burst; ++i) {
+    ASSERT_TRUE(admits(frame)) << i;
+  }
+}
+
+TEST_F(FloodGuardTest, ClockThatStandsStillOrJumpsFarLetsNobodyIn) {
+  const Bytes frame = raps_frame(1, 100, kSignalFail);
+  flood(frame, kSecondNs);
+  for (int i = 0; i < 1000; ++i) {
+    admits(frame);
+  }
+  EXPECT_FALSE(admits(frame));
+  now_ns_ += int64_t{1} << 61;
+  int64_t admitted = 0;
+  for (int i = 0; i < 2000; ++i) {
+    admitted += admits(frame) ? 1 : 0;
+  }
+  EXPECT_LE(admitted, FloodGuard::kOfSource.burst + FloodGuard::kBesidesFlood.burst);
+}
+
+TEST_F(FloodGuardTest, ShortFramesAreOfASourceToo) {
+  for (const size_t length : {size_t{0}, size_t{5}, size_t{6}, size_t{11}, size_t{12}}) {
+    const Bytes frame(length, 0xA7);
+    EXPECT_LE(flood(frame, kSecondNs), most_within(1)) << length;
+    EXPECT_FALSE(admits(frame)) << length;
+  }
+}
+
+}  // namespace
+}  // namespace erps::linux_platform::test
