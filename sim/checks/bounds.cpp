@@ -37,6 +37,11 @@ Bounds bounds_of(const Topology& topology, const Timing& timing, int64_t slownes
   bounds.repair_us = bounds.detection_us + 2 * bounds.transit_us;
   bounds.repeat_us =
       kRepetitionUs + kTickUs + slowness * timing.tick_late_us.high * 7 + 2 * bounds.transit_us;
+  int64_t guard_us = 0;
+  for (const NodePlan& node : topology.nodes) {
+    guard_us = std::max(guard_us, int64_t{node.guard_ms} * kMillisecondUs);
+  }
+  bounds.wait_to_block_us = guard_us + bounds.repeat_us;
   return bounds;
 }
 

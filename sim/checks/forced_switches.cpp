@@ -17,13 +17,24 @@ bool has_failed_link(const RingSnapshot& ring) {
                      [](const PortSnapshot& port) { return port.present && !port.link_up; });
 }
 
+bool has_block(const RingSnapshot& ring) {
+  return std::any_of(ring.ports.begin(), ring.ports.end(),
+                     [](const PortSnapshot& port) { return port.present && !port.forwarding; });
+}
+
+bool sends_fs(const RingSnapshot& ring) {
+  constexpr uint8_t kFsMessage = 13;
+  return ring.sending && ring.tx_request == kFsMessage;
+}
+
 // What matters here.
 bool same(const RingSnapshot* one, const RingSnapshot* other) {
   if (one == nullptr || other == nullptr) {
     return one == other;
   }
   return one->state == other->state && one->local_priority == other->local_priority &&
-         has_failed_link(*one) == has_failed_link(*other);
+         has_failed_link(*one) == has_failed_link(*other) && has_block(*one) == has_block(*other) &&
+         sends_fs(*one) == sends_fs(*other);
 }
 
 }  // namespace
@@ -35,21 +46,27 @@ void ForcedSwitches::on_step(const Step& step) {
   const uint32_t id = step.ring();
   size_t switches = 0;
   size_t left = 0;
+  size_t stuck = 0;
   bool failed = false;
   const auto count = [&](const RingSnapshot* ring) {
     if (ring == nullptr) {
       failed = true;  // a node that is down has failed links
       return;
     }
-    failed = failed || has_failed_link(*ring);
-    switches += ring->local_priority == kFs && ring->state == kForced ? 1 : 0;
-    left += ring->local_priority != kFs && ring->state == kForced && has_failed_link(*ring) ? 1 : 0;
+    const bool own = ring->local_priority == kFs;
+    // The ends of a link that failed stay blocked when it is back, as long as a switch is in force.
+    const bool blocks = ring->state == kForced && !own && has_block(*ring);
+    failed = failed || has_failed_link(*ring) || blocks;
+    switches += own && ring->state == kForced ? 1 : 0;
+    left += blocks ? 1 : 0;
+    stuck += !own && sends_fs(*ring) ? 1 : 0;
   };
   for (NodeIndex node = 0; node < nodes_; ++node) {
     count(node == step.node ? step.after : watch_.ring(node, id));
   }
   set(id, surprise::kForcedSplit, step.from_us, switches > 1 || (switches == 1 && failed));
   set(id, surprise::kForcedLeft, step.from_us, switches == 0 && left != 0);
+  set(id, surprise::kForcedStuck, step.from_us, stuck != 0);
 }
 
 void ForcedSwitches::set(uint32_t ring, const char* surprise, int64_t time_us, bool holds) {

@@ -54,10 +54,10 @@ void FrameChecker::collect(int64_t /*now_us*/, std::vector<Finding>& findings) {
     const Marked& marked = marked_[i];
     const bool events = i % 2 == 1;
     if (marked.frames != 0) {
-      findings.push_back({"frame", marked.first_us, marked.last_us, i / 2,
-                          std::to_string(marked.frames) + (events ? " Events" : " frames") +
-                              " with sub-code 1010",
-                          events ? surprise::kMarkedEvent : surprise::kInterconnectionMark});
+      findings.push_back(
+          {"frame", marked.first_us, marked.last_us, i / 2,
+           std::to_string(marked.frames) + (events ? " Events" : " frames") + " with sub-code 1010",
+           events ? surprise::kMarkedEvent : surprise::kInterconnectionMark});
     }
   }
 }

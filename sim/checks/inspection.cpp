@@ -75,7 +75,6 @@ void Inspection::expect_home() {
 
 std::vector<Finding> Inspection::findings() {
   const int64_t now_us = simulation_.now_us();
-  checkers_->watch.finish_quiet(now_us);
   std::vector<Finding> findings = checkers_->home;
   for (const Spell& loop : checkers_->loops.loops().until(now_us)) {
     findings.push_back({"loop",

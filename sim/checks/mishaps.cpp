@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "sim/checks/ring_model.h"
 #include "sim/checks/surprises.h"
 
 namespace erps::sim {
@@ -29,6 +30,22 @@ bool has_ring(const NodePlan& node, uint32_t ring) {
                      [=](const SubRingConfig& at) { return at.ring == ring; });
 }
 
+RingRequest request_in(const RapsMessage& message) {
+  return request_of(message.request(), message.rb());
+}
+
+// Whether the ring would do something on account of the message.
+bool matters(const RingSnapshot& ring, const RapsMessage& message) {
+  const auto changes = [&](bool from_lower_node) {
+    RingModel model(ring);
+    model.offer(request_in(message), {0, from_lower_node});
+    return model.now.state != ring.state ||
+           model.now.ports[0].forwarding != ring.ports[0].forwarding ||
+           model.now.ports[1].forwarding != ring.ports[1].forwarding;
+  };
+  return changes(false) || changes(true);
+}
+
 }  // namespace
 
 Mishaps::Mishaps(Simulation& simulation, const RingWatch& watch, int64_t repeat_us)
@@ -44,8 +61,21 @@ void Mishaps::forget_before(int64_t time_us) {
   }
 }
 
-void Mishaps::add(const Record& record, const char* surprise) {
-  mishaps_.push_back({record.time_us, surprise, record.node, repeat_us_});
+void Mishaps::add(const Record& record, const char* surprise, int64_t lasts_us) {
+  mishaps_.push_back({record.time_us, surprise, record.node, lasts_us});
+}
+
+// How long WTR or WTB goes on at most, and what ends it takes to be heard; 0 for other requests.
+int64_t Mishaps::wait_us(NodeIndex node, uint32_t local_priority) const {
+  const NodePlan& plan = topology_.nodes[node];
+  const int64_t tick_and_transit_us = repeat_us_ - 5 * kSecondUs;
+  if (local_priority == static_cast<uint32_t>(RingRequest::kWtr)) {
+    return int64_t{plan.wtr_ms} * kMillisecondUs + tick_and_transit_us;
+  }
+  if (local_priority == static_cast<uint32_t>(RingRequest::kWtb)) {
+    return int64_t{plan.guard_ms} * kMillisecondUs + 5 * kSecondUs + tick_and_transit_us;
+  }
+  return 0;
 }
 
 void Mishaps::on_record(const Record& record) {
@@ -55,7 +85,6 @@ void Mishaps::on_record(const Record& record) {
   Member& member = members_[record.node];
   switch (record.kind) {
     case RecordKind::kEvent:
-      // The step of the last event has been told by now.
       member.sent_through.clear();
       member.event_us = record.time_us;
       break;
@@ -128,12 +157,21 @@ void Mishaps::on_received(const Record& record) {
   auto entry = std::find_if(heard.begin(), heard.end(), [&](const Heard& one) {
     return one.ring == at->ring && one.from == message.node;
   });
-  const bool is_news = entry == heard.end() || entry->words != words_of(message);
   if (at->guard_running) {
-    if (is_news) {
+    const bool is_news = entry == heard.end() || entry->words != words_of(message);
+    if (is_news || matters(*at, message)) {
       add(record, surprise::kGuarded);
     }
     return;
+  }
+  // A delay that runs outranks what would have opened a port.
+  const int64_t wait = wait_us(record.node, at->local_priority);
+  if (wait != 0 && at->local_priority >= static_cast<uint32_t>(request_in(message))) {
+    RingSnapshot without = *at;
+    without.local_priority = 0;
+    if (matters(without, message)) {
+      add(record, surprise::kOutranked, wait);
+    }
   }
   if (entry == heard.end()) {
     entry = heard.insert(heard.end(), {at->ring, message.node, 0, 0});
@@ -146,6 +184,46 @@ void Mishaps::on_step(const Step& step) {
   if (step.after == nullptr) {
     return;
   }
+  on_new_message(step);
+  if (step.before == nullptr) {
+    return;
+  }
+  if (step.before->local_priority > step.after->local_priority) {
+    on_ended_request(step);
+  }
+  // Of two manual switches that meet, both end until one is heard again.
+  const bool collides = step.cause == Step::Cause::kFrame &&
+                        step.before->state == static_cast<uint32_t>(RingState::kManual) &&
+                        step.after->state == static_cast<uint32_t>(RingState::kPending) &&
+                        request_in(step.message) == RingRequest::kRapsMs;
+  if (collides) {
+    mishaps_.push_back({step.from_us, surprise::kManualCollision, step.node, repeat_us_});
+  }
+}
+
+// What was refused while a local request stood is not heard again before it is repeated.
+void Mishaps::on_ended_request(const Step& step) {
+  const RingSnapshot& after = *step.after;
+  Member& member = members_[step.node];
+  for (NodeIndex speaker = 0; speaker < members_.size(); ++speaker) {
+    const RingSnapshot* said = watch_.ring(speaker, after.ring);
+    const auto summary = [](const RingSnapshot& ring) {
+      return uint32_t{ring.tx_request} << 12U | (ring.tx_rb ? 0x80U : 0U);
+    };
+    if (speaker != step.node && said != nullptr && said->sending &&
+        matters(after, {summary(*said), 0})) {
+      mishaps_.push_back({step.from_us, surprise::kOutranked, step.node, repeat_us_});
+      break;
+    }
+  }
+  // A switch that is cleared before anybody has heard of it leaves the others where they were.
+  if (member.held_back_us >= 0 && step.from_us - member.held_back_us < repeat_us_) {
+    mishaps_.push_back({step.from_us, surprise::kHeldBack, step.node,
+                        std::max(repeat_us_, wait_us(step.node, after.local_priority))});
+  }
+}
+
+void Mishaps::on_new_message(const Step& step) {
   const RingSnapshot& after = *step.after;
   auto& said = members_[step.node].said;
   auto entry = std::find_if(said.begin(), said.end(),
@@ -168,6 +246,7 @@ void Mishaps::on_step(const Step& step) {
     if (port.present && port.link_up && port.forwarding &&
         std::find(through.begin(), through.end(), port.port) == through.end()) {
       mishaps_.push_back({step.from_us, surprise::kHeldBack, step.node, repeat_us_});
+      members_[step.node].held_back_us = step.from_us;
     }
   }
 }

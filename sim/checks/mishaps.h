@@ -54,6 +54,7 @@ class Mishaps final : public Observer, public StepListener {
     std::vector<uint32_t> sent_through;  // ports, own messages of the present event
     int64_t event_us = 0;
     bool running = false;
+    int64_t held_back_us = -1;  // when a message of its own was, last
   };
 
   void on_received(const Record& record);
@@ -61,7 +62,11 @@ class Mishaps final : public Observer, public StepListener {
   void on_connection(const Record& record);
   bool somebody_missed_something();
   bool everybody_heard(NodeIndex speaker, const RingSnapshot& ring) const;
-  void add(const Record& record, const char* surprise);
+  void add(const Record& record, const char* surprise) { add(record, surprise, repeat_us_); }
+  void add(const Record& record, const char* surprise, int64_t lasts_us);
+  void on_ended_request(const Step& step);
+  void on_new_message(const Step& step);
+  int64_t wait_us(NodeIndex node, uint32_t local_priority) const;
 
   Simulation& simulation_;
   const Topology& topology_;

@@ -61,9 +61,9 @@ void PartitionJudge::judge(const Spell& partition, FindingList& into) const {
   std::set<std::string> names;
   for (bool longer = true; longer && covered_us < partition.to_us;) {
     longer = false;
+    // What was missed before the partition is still missed in it, until its repetition.
     const auto cover = [&](int64_t from_us, int64_t to_us, const char* name) {
-      if (from_us <= covered_us && to_us > covered_us &&
-          from_us >= partition.from_us - bounds_.repair_us) {
+      if (from_us <= covered_us && to_us > covered_us) {
         covered_us = to_us;
         if (name != nullptr) {
           names.insert(name);
@@ -72,8 +72,7 @@ void PartitionJudge::judge(const Spell& partition, FindingList& into) const {
       }
     };
     for (const int64_t start : starts_us_) {
-      cover(std::max(start - bounds_.start_us, partition.from_us), start + bounds_.repair_us,
-            nullptr);
+      cover(start - bounds_.start_us, start + bounds_.repair_us, nullptr);
     }
     if (longer) {
       continue;
@@ -86,8 +85,8 @@ void PartitionJudge::judge(const Spell& partition, FindingList& into) const {
     }
     for (const ForcedSwitches::Spell& spell : forced_.spells()) {
       constexpr int64_t kForEver = std::numeric_limits<int64_t>::max();
-      cover(std::max(spell.from_us, partition.from_us),
-            spell.lasts ? kForEver : spell.to_us + bounds_.repair_us, spell.surprise);
+      cover(spell.from_us, spell.lasts ? kForEver : spell.to_us + bounds_.wait_to_block_us,
+            spell.surprise);
     }
   }
   if (covered_us >= partition.to_us && names.empty()) {

@@ -130,8 +130,15 @@ void RingModel::unblock_up() {
   for_ports([](PortSnapshot& port) { port.forwarding = port.forwarding || port.link_up; });
 }
 
+// A failed port that is blocked already stands for both.
 void RingModel::block_failed() {
-  for_ports([](PortSnapshot& port) { port.forwarding = port.forwarding && port.link_up; });
+  bool is_blocked = false;
+  for_ports([&](const PortSnapshot& port) {
+    is_blocked = is_blocked || (!port.link_up && !port.forwarding);
+  });
+  if (!is_blocked) {
+    for_ports([](PortSnapshot& port) { port.forwarding = port.forwarding && port.link_up; });
+  }
 }
 
 // The port that a command names is blocked and the other one opened.

@@ -48,7 +48,6 @@ void RingWatch::on_record(const Record& record) {
   Watched& watched = nodes_[record.node];
   switch (record.kind) {
     case RecordKind::kEvent:
-      finish_event(watched, record.node, record.time_us);
       take_event(watched, record);
       break;
     case RecordKind::kFrameReceived:
@@ -75,6 +74,8 @@ void RingWatch::take_event(Watched& watched, const Record& record) {
   if (!cause) {
     return;
   }
+  // The timer task may have been here since the last event.
+  simulation_.records(record.node).read_rings(watched.rings);
   watched.step = Step{};
   watched.step.node = record.node;
   watched.step.from_us = record.time_us;
@@ -88,38 +89,32 @@ void RingWatch::take_event(Watched& watched, const Record& record) {
   }
 }
 
-void RingWatch::finish_event(Watched& watched, NodeIndex node, int64_t time_us) {
+void RingWatch::on_event_done(int64_t time_us, NodeIndex node) {
+  Watched& watched = nodes_[node];
+  if (!watched.in_event) {
+    return;
+  }
+  watched.in_event = false;
   simulation_.records(node).read_rings(watched.next);
-  if (watched.in_event) {
-    watched.step.to_us = time_us;
-    for (const RingSnapshot& before : watched.rings) {
-      watched.step.before = &before;
-      watched.step.after = find_ring(watched.next, before.ring);
-      for (StepListener* listener : listeners_) {
-        listener->on_step(watched.step);
-      }
-    }
-    for (const RingSnapshot& after : watched.next) {
-      if (find_ring(watched.rings, after.ring) == nullptr) {
-        watched.step.before = nullptr;
-        watched.step.after = &after;
-        for (StepListener* listener : listeners_) {
-          listener->on_step(watched.step);
-        }
-      }
+  watched.step.to_us = time_us;
+  for (const RingSnapshot& before : watched.rings) {
+    watched.step.before = &before;
+    watched.step.after = find_ring(watched.next, before.ring);
+    tell(watched.step);
+  }
+  for (const RingSnapshot& after : watched.next) {
+    if (find_ring(watched.rings, after.ring) == nullptr) {
+      watched.step.before = nullptr;
+      watched.step.after = &after;
+      tell(watched.step);
     }
   }
   watched.rings.swap(watched.next);
 }
 
-void RingWatch::finish_quiet(int64_t now_us) {
-  constexpr int64_t kDoneUs = 500 * kMillisecondUs;
-  for (NodeIndex node = 0; node < nodes_.size(); ++node) {
-    Watched& watched = nodes_[node];
-    if (watched.in_event && watched.step.from_us + kDoneUs < now_us) {
-      finish_event(watched, node, now_us);
-      watched.in_event = false;
-    }
+void RingWatch::tell(const Step& step) {
+  for (StepListener* listener : listeners_) {
+    listener->on_step(step);
   }
 }
 

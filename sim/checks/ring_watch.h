@@ -1,8 +1,7 @@
 // What the rings of every node do, event by event: for each event of a node's protocol task, what
 // it was, and each ring as the module held it before and after.
 //
-// An event is known to be over when the node takes the next one, so a step is told a little late.
-// What a crash interrupts is never told.
+// A step is told when the event is done with; what a crash interrupts is never told.
 //
 // Threading: the simulation's. Errors: none.
 #pragma once
@@ -36,7 +35,7 @@ struct Step {
 
   NodeIndex node = 0;
   int64_t from_us = 0;  // when the event was taken
-  int64_t to_us = 0;    // when the next one was
+  int64_t to_us = 0;    // when it was done
   Cause cause{};
   uint32_t port = 0;     // of a link or a frame
   bool up = false;       // of a link
@@ -64,15 +63,13 @@ class RingWatch final : public Observer {
   // Outlives the watch.
   void add(StepListener& listener) { listeners_.push_back(&listener); }
 
-  // A ring as it was when its node last took an event; null when there is none.
+  // A ring as it was when its node last took an event or was done with one; null when there is
+  // none.
   const RingSnapshot* ring(NodeIndex node, uint32_t ring) const;
   const std::vector<RingSnapshot>& rings(NodeIndex node) const { return nodes_[node].rings; }
 
-  // Tells the steps of nodes that have been without a new event for a while, all of what they did
-  // being done by now.
-  void finish_quiet(int64_t now_us);
-
   void on_record(const Record& record) override;
+  void on_event_done(int64_t time_us, NodeIndex node) override;
 
  private:
   struct Watched {
@@ -85,7 +82,7 @@ class RingWatch final : public Observer {
   };
 
   void take_event(Watched& watched, const Record& record);
-  void finish_event(Watched& watched, NodeIndex node, int64_t time_us);
+  void tell(const Step& step);
 
   Simulation& simulation_;
   std::vector<Watched> nodes_;

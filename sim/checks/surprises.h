@@ -16,10 +16,15 @@ inline constexpr char kCameLate[] = "rejoined part waits for a repetition";
 // Where the end that it was sent to had not noticed yet that its link is back.
 inline constexpr char kTooEarly[] = "message sent before the other end was up";
 inline constexpr char kLost[] = "message lost on its way";
+// WTR, WTB or a command outranked it, and it is needed now.
+inline constexpr char kOutranked[] = "message refused while a local request stood";
+inline constexpr char kManualCollision[] = "two manual switches that met";
 // A forced switch keeps its port blocked whatever else fails, and beside another forced switch.
 inline constexpr char kForcedSplit[] = "forced switch beside another block";
 // The ends of a failed link stay in forced when the switch is cleared.
 inline constexpr char kForcedLeft[] = "forced switch cleared while a link is down";
+// A clear that finds no blocked port whose link is up says nothing, and the R-APS(FS) goes on.
+inline constexpr char kForcedStuck[] = "forced switch cleared while its own link is down";
 inline constexpr char kStalled[] = "node without its processor";
 
 }  // namespace erps::sim::surprise
