@@ -22,9 +22,7 @@ uint32_t ERPS_erpsm_update(ERPSM_T* ring) {
 
 uint32_t ERPS_change_condition(ERPS_STATE_ENTRY_T* entry) {
   ERPS_DEBUG_AT("enter this->name = %s \n", entry->name);
-  if (entry->enter != nullptr) {
-    entry->enter(entry);
-  }
+  entry->enter(entry);
   return 0;
 }
 

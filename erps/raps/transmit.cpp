@@ -150,15 +150,11 @@ uint32_t erps_tx_get_bpr(ERPSM_T* ring) {
   }
   ring->event_port = kNoPort;
 
-  switch (bpr_source(ring->tx_cause)) {
-    case BprSource::kEventPort:
-      return event_index;
-    case BprSource::kForwardingPort:
-      return forwarding_index;
-    case BprSource::kNone:
-      break;
+  const BprSource source = bpr_source(ring->tx_cause);
+  if (source == BprSource::kEventPort) {
+    return event_index;
   }
-  return 0;
+  return source == BprSource::kForwardingPort ? forwarding_index : 0;
 }
 
 void erps_interconnect_port_tx_raps(ERPSM_T* ring, const uint8_t* frame, uint32_t length) {
