@@ -44,6 +44,7 @@ MessageText parse_text(uint32_t summary, uint32_t node_id) {
 Recorder::Recorder(const Topology& topology, const RecorderLimits& limits)
     : limits_(limits), strands_(2 * topology.links.size()) {
   for (LinkIndex link = 0; link < topology.links.size(); ++link) {
+    in_ring_.push_back(topology.ring_of_link(link).has_value());
     for (uint32_t end = 0; end < 2; ++end) {
       const LinkEnd& at = topology.links[link].ends[end];
       ends_[{static_cast<uint32_t>(at.node), at.port}] = static_cast<uint32_t>(2 * link) + end;
@@ -147,19 +148,22 @@ void Recorder::mark(int64_t time_us, MarkKind kind, uint32_t subject, uint32_t v
   }
 }
 
-// Without power the module and its port states are gone; the switch comes back with ports blocked.
+// Without power the module and its port states are gone; the switch comes back with the ports of
+// rings blocked and the others open.
 void Recorder::set_power(const sim::Record& record, NodePower power) {
   change(record.time_us, ChangeKind::kPower, record.node, static_cast<uint32_t>(power));
   if (power == NodePower::kOff || power == NodePower::kStopped) {
     end_module(record);
   }
-  if (power != NodePower::kOff) {
-    return;
-  }
   for (const auto& [where, end] : ends_) {
-    if (where.first == record.node) {
+    if (where.first != record.node) {
+      continue;
+    }
+    if (power == NodePower::kOff) {
       change(record.time_us, ChangeKind::kCarrier, end, 0);
       change(record.time_us, ChangeKind::kPort, end, 0);
+    } else if (power == NodePower::kBooting && !in_ring_[end / 2]) {
+      change(record.time_us, ChangeKind::kPort, end, 1);
     }
   }
 }

@@ -81,6 +81,7 @@ class Recorder final : public sim::Observer {
   const RecorderLimits limits_;
   Recording recording_;
   std::map<std::pair<uint32_t, uint32_t>, uint32_t> ends_;    // by node and port
+  std::vector<bool> in_ring_;                                 // by link
   std::map<std::pair<uint32_t, uint32_t>, uint32_t> places_;  // by ring ID and node
   std::map<std::pair<ChangeKind, uint32_t>, uint32_t> present_;
   std::map<std::pair<uint32_t, uint32_t>, uint32_t> texts_;              // by the words of a record

@@ -1,8 +1,8 @@
 // A time axis that is cut where nothing happens: stretches of time to scale, with gaps of one width
 // between them however long they last.
 
-const kLongestQuiet = 25 * kMillisecond;  // longer ones are cut out
-const kGapPadding = 10;                   // pixels to scale's sides that belong to a gap
+const kLongestQuiet = 6 * kMillisecond;  // longer ones are cut out
+const kGapPadding = 10;  // pixels to scale's sides that belong to a gap
 
 class Axis {
   constructor(times) {
@@ -51,6 +51,21 @@ class Axis {
     const beyond = (x - startOf(low) - (to - from) * view.scale) / view.gap;
     return Math.min(next.from, to + beyond * (next.from - to));
   }
+}
+
+// The end of what a fault leads to: the last stretch before the next fault, as far as it can be
+// shown at once.
+function storyEnd(run, axis, fault) {
+  const kMostStretches = 9, kMostLength = 60 * kMillisecond;
+  const next = run.faults.find(({at}) => at > fault.at);
+  const until = Math.min(next ? next.at : run.end, run.end) - 1;
+  const first = axis.stretchAt(fault.at);
+  let last = Math.max(first, Math.min(axis.stretchAt(until), first + kMostStretches - 1));
+  const length = () => axis.stretches[last].before + axis.stretches[last].to - axis.stretches[last].from -
+    axis.stretches[first].before - (fault.at - axis.stretches[first].from);
+  while (last > first && length() > kMostLength) --last;
+  const end = Math.min(axis.stretches[last].to, Math.max(until, fault.at + 1));
+  return last === first ? Math.min(end, fault.at + kMostLength) : end;
 }
 
 // The step of a scale so that its ticks stand at least so many pixels apart: 1, 2 or 5 times a

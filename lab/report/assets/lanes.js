@@ -2,9 +2,9 @@
 // first one again, so that messages over the last link have where to arrive.
 
 function laneSizes(count) {
-  if (count <= 10) return {lane: 62, band: 20, bandTop: 4, ports: [32, 39], timers: 47, timer: 9, text: true};
-  if (count <= 26) return {lane: 40, band: 15, bandTop: 3, ports: [23, 28], timers: 33, timer: 4, text: true};
-  return {lane: 24, band: 10, bandTop: 2, ports: [15, 18], timers: 20, timer: 2, text: false};
+  if (count <= 10) return {lane: 72, band: 20, bandTop: 4, ports: [32, 39], timers: [46, 57], timer: 9, text: true};
+  if (count <= 26) return {lane: 42, band: 15, bandTop: 3, ports: [23, 28], timers: [33, 37], timer: 3, text: true};
+  return {lane: 25, band: 10, bandTop: 2, ports: [15, 18], timers: [20, 22], timer: 1.5, text: false};
 }
 
 class Lanes {

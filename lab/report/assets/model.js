@@ -132,6 +132,12 @@ class Run {
   hasCarrier(end, time) { return this.value(kCarrier, end, time) === 1; }
   forwards(end, time) { return this.value(kPort, end, time) === 1; }
   power(node, time) { return this.value(kPower, node, time); }
+  // What a node loses along with its power goes without saying.
+  isNews({kind, subject, time}) {
+    const node = kind === kState ? this.places[subject].node
+      : kind === kCarrier || kind === kPort ? this.endOf(subject).node : null;
+    return node === null || this.power(node, time) !== kOff;
+  }
   // Of a place: one of kStates, or what keeps the node from having one.
   stateWord(place, time) {
     const power = this.power(this.places[place].node, time);

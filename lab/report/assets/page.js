@@ -13,7 +13,10 @@ class Page {
     showKeys(this.layout);
     this.faultTable = faultTable(run, (fault) => this.seekFault(fault));
     byId("faults").replaceChildren(...this.faultTable.parts);
-    showFindings(run, (time) => { this.seek(time); this.timeline.showStory(time); });
+    showFindings(run, (from, to) => {
+      this.seek(from);
+      this.timeline.showStory(this.now, Math.max(this.now, Math.min(to, run.end)));
+    });
     this.wire();
     this.setMoments();
     this.begin();
@@ -49,10 +52,7 @@ class Page {
     press("zoom-in", () => this.timeline.zoom(1.6));
     press("zoom-out", () => this.timeline.zoom(1 / 1.6));
     press("zoom-all", () => this.timeline.showAll());
-    press("zoom-fault", () => {
-      const fault = this.run.faultBefore(this.now);
-      this.timeline.showStory(fault ? fault.at : 0);
-    });
+    press("zoom-fault", () => this.showFault(this.run.faultBefore(this.now)));
     byId("play").addEventListener("click", () => this.playing ? this.stop() : this.play());
     byId("with-messages").addEventListener("change", (event) => {
       this.moments = event.target.checked ? this.run.momentsWithMessages : this.run.moments;
@@ -89,7 +89,14 @@ class Page {
   seekFault(fault) {
     this.stop();
     this.seek(fault.at);
-    this.timeline.showStory(Math.min(fault.at, this.run.end));
+    this.showFault(fault);
+  }
+  // Without a fault, the start.
+  showFault(fault) {
+    const from = fault || {at: 0};
+    if (from.at <= this.run.end) {
+      this.timeline.showStory(from.at, storyEnd(this.run, this.timeline.axis, from));
+    }
   }
 
   seek(time) {

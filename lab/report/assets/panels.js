@@ -76,7 +76,7 @@ function showFindings(run, onSeek) {
     const shown = findings.slice(0, 500);
     const rows = shown.map((finding) => {
       const jump = html("button", {type: "button", class: "jump"}, clockText(finding.from));
-      jump.addEventListener("click", () => onSeek(finding.from));
+      jump.addEventListener("click", () => onSeek(finding.from, finding.to));
       const lasted = finding.to > finding.from ? durationText(finding.to - finding.from) : "";
       const what = finding.surprise ? `${finding.surprise}: ${finding.text}` : `${finding.check}: ${finding.text}`;
       return html("tr", {}, html("td", {class: "number"}, jump), html("td", {class: "number"}, lasted),

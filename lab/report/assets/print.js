@@ -1,19 +1,15 @@
 // What stands on paper in place of what moves on the screen: for each fault the network as it was
-// when its first stretch of events had ended, the time line from the fault to that moment, and in
-// words the rest until the next fault.
+// when its story had ended, and the time line from the fault to that moment.
 
 const kMostSheets = 16;
 
-// The end of the stretch of events that a fault begins.
-function storyEnd(run, axis, fault) {
-  return Math.min(axis.stretches[axis.stretchAt(fault.at)].to, fault.at + 30 * kMillisecond);
-}
-
 function paperTimeline(run, lanes, axis, from, to) {
   const width = 1000, headHeight = 50, labels = 110;
-  const scale = (width - labels - 90) / Math.max(to - from, 500);
-  const view = {scale, gap: 40};
-  const left = axis.x(from, view) - 40;
+  const gap = 34, unit = {scale: 1, gap: 0};
+  const gaps = axis.stretchAt(to) - axis.stretchAt(from);
+  const scale = (width - labels - 70 - gaps * gap) / Math.max(axis.x(to, unit) - axis.x(from, unit), 500);
+  const view = {scale, gap};
+  const left = axis.x(from, view) - 34;
   const window = {view, left, width, labels, from: Math.max(0, from - 30 / scale), to: to + 50 / scale};
   const at = (time) => labels + axis.x(time, view) - left;
   const body = svg("g", {transform: `translate(0 ${headHeight})`});
@@ -28,25 +24,23 @@ function makeSheets(run, layout, axis) {
   const host = byId("sheets");
   if (host.childElementCount > 0) return;
   const lanes = new Lanes(run);
-  const wordsAt = (time, when) => html("div", {}, html("h3", {}, when), html("ul", {class: "situation"},
-    ...situationTexts(run, time).map(({ring, text}) => html("li", {}, html("b", {}, ring), ` ${text}`))));
-  const add = (title, from, to, rest) => {
+  const add = (title, from, to) => {
     const picture = html("div", {class: "sheet-drawing"});
     new Drawing(run, layout, picture).show(to);
-    const words = html("div", {}, wordsAt(to, from === to ? "" : `${durationText(to - from)} later (drawn)`));
-    if (rest !== null) words.append(wordsAt(rest, `${durationText(rest - from)} later`));
+    const words = html("div", {}, html("h3", {}, from === to ? "" : `${durationText(to - from)} later`),
+      html("ul", {class: "situation"}, ...situationTexts(run, to).map(({ring, text}) =>
+        html("li", {}, html("b", {}, ring), ` ${text}`))));
     const sheet = html("article", {class: "sheet"}, html("h2", {}, title),
       html("div", {class: "sheet-top"}, picture, words));
     if (from !== to && lanes.list.length <= 40) sheet.append(paperTimeline(run, lanes, axis, from, to));
     host.append(sheet);
   };
-  if (run.faults.length === 0) add(`At the end, ${clockText(run.end)}`, run.end, run.end, null);
-  run.faults.slice(0, kMostSheets).forEach((fault, i) => {
+  if (run.faults.length === 0) add(`At the end, ${clockText(run.end)}`, run.end, run.end);
+  for (const fault of run.faults.slice(0, kMostSheets)) {
     const outage = fault.outage === null ? "" : `, outage ${durationText(fault.outage)}`;
     const end = storyEnd(run, axis, fault);
-    add(`${fault.text} at ${clockText(fault.at)}${outage}`, fault.at, Math.max(end, fault.at + 1),
-      Math.max(end, (i + 1 < run.faults.length ? run.faults[i + 1].at : run.end + 1) - 1));
-  });
+    add(`${fault.text} at ${clockText(fault.at)}${outage}`, fault.at, Math.max(end, fault.at + 1));
+  }
   if (run.faults.length > kMostSheets) {
     host.append(html("p", {}, `The remaining ${run.faults.length - kMostSheets} faults are in the table.`));
   }

@@ -3,6 +3,7 @@
 const kMostArrows = 2500;
 const kMostScale = 2;  // pixels a microsecond
 const kMostWidth = 8e6;
+const kGap = 46;  // of the cuts in the axis at most, in pixels
 
 class Timeline {
   constructor(run, onSeek) {
@@ -16,7 +17,7 @@ class Timeline {
     this.headHeight = 58;
     const longest = Math.max(...run.nodes.map((name) => Math.min(name.length, 12)));
     this.labelWidth = (this.lanes.sizes.text ? 72 : 20) + 8 * longest;
-    this.view = {scale: 0.1, gap: 46};
+    this.view = {scale: 0.1, gap: kGap};
     this.mostScale = Math.min(kMostScale, kMostWidth / Math.max(this.axis.length, 1));
     this.host.addEventListener("scroll", () => this.drawSoon());
     new ResizeObserver(() => this.drawSoon()).observe(this.host);
@@ -51,23 +52,26 @@ class Timeline {
     const cursor = this.axis.x(this.now, this.view) - this.host.scrollLeft;
     const x = around !== null ? around : cursor >= 0 && cursor <= this.room ? cursor : this.room / 2;
     const time = this.axis.time(x + this.host.scrollLeft, this.view);
-    const gap = Math.min(46, Math.max(this.fitGap(), this.view.gap * factor));
-    this.setView({scale: Math.min(this.mostScale, Math.max(this.leastScale(), this.view.scale * factor)),
-      gap}, time, x);
+    this.setView(this.viewAt(this.view.scale * factor), time, x);
   }
-  fitGap() { return Math.min(46, Math.max(1, this.room * 0.5 / this.axis.stretches.length)); }
+  viewAt(scale) {
+    const least = this.leastScale(), within = Math.min(this.mostScale, Math.max(least, scale));
+    return {scale: within, gap: Math.min(kGap, this.fitGap() * within / least)};
+  }
+  fitGap() { return Math.min(kGap, Math.max(1, this.room * 0.5 / this.axis.stretches.length)); }
   leastScale() {
     return Math.max(1e-6, (this.room - this.fitGap() * this.axis.stretches.length) / Math.max(this.axis.length, 1));
   }
   showAll() {
-    this.setView({scale: Math.min(this.mostScale, this.leastScale()), gap: this.fitGap()}, 0, 0);
+    this.setView(this.viewAt(0), 0, 0);
   }
-  // From a little before a moment to the end of what belongs to it.
-  showStory(time) {
-    const {to} = this.axis.stretches[this.axis.stretchAt(time)];
-    const span = Math.min(Math.max(to - time, 1500), 40 * kMillisecond);
-    const scale = Math.min(this.mostScale, this.room * 0.84 / span);
-    this.setView({scale, gap: 46}, time, this.room * 0.08);
+  // From a little before a moment to a little behind another.
+  showStory(from, to) {
+    const unit = {scale: 1, gap: 0};
+    const span = Math.max(this.axis.x(to, unit) - this.axis.x(from, unit), 1000);
+    const gaps = this.axis.stretchAt(to) - this.axis.stretchAt(from);
+    const scale = Math.max(this.room * 0.84 - gaps * kGap, this.room * 0.3) / span;
+    this.setView(this.viewAt(scale), from, this.room * 0.08);
   }
   // A moment stands so many pixels from the left.
   setView(view, time, x) {

@@ -121,12 +121,14 @@ function portParts(run, lane, end, y, window, at) {
   return parts;
 }
 
+// Guard and hold-off above, WTR and WTB below: they run side by side.
 function timerParts(run, lanes, lane, window, at) {
   const parts = [];
   const {sizes} = lanes;
   for (const timer of run.timersOf(lane.place, window.from, window.to)) {
     const x = Math.max(at(timer.from), 0), right = Math.min(at(timer.to), window.width);
-    const y = lane.y + sizes.timers, word = kTimers[timer.kind];
+    const word = kTimers[timer.kind];
+    const y = lane.y + sizes.timers[word === "WTR" || word === "WTB" ? 1 : 0];
     const how = ["still running", "expired", "stopped"][timer.end];
     parts.push(svg("rect", {class: `timer timer-${timer.kind}`, x, y, width: Math.max(right - x, 1),
       height: sizes.timer}, svg("title", {}, `${run.nodes[lane.node]}: ${word} timer, ` +

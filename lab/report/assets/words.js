@@ -94,7 +94,7 @@ function eventsBetween(run, from, to, withRepeats) {
     if (within(fault.at)) events.push({time: fault.at, order: 0, kind: "fault", text: fault.text});
   }
   for (const change of run.changes) {
-    if (!within(change.time)) continue;
+    if (!within(change.time) || !run.isNews(change)) continue;
     const last = events.at(-1);
     if (change.kind === kStrand && last && last.strand === (change.subject ^ 1) &&
         last.time === change.time) {
