@@ -50,6 +50,28 @@ Story large(size_t nodes) {
   return tell(ring, acts, kComeHomeUs);
 }
 
+// Names that a topology file cannot have, but that a page must bear.
+Story hostile() {
+  Topology ring = example("four-node-ring.toml");
+  ring.name = "</title><img src=x onerror=alert(1)>";
+  Story story = tell(ring, {cut(ring, "n1-n2", kComeHomeUs)}, kSecondUs);
+  const std::string name = "<img src=x onerror=alert(1)>";
+  story.topology.nodes[0].name = name;
+  story.faults[0].text = "cut " + name;
+  story.faults[0].remark = name;
+  story.faults[0].held = false;
+  story.findings.push_back(
+      {"partition", story.faults[0].at_us, story.end_us, NodeIndex{0}, name, ""});
+  story.findings.push_back({"loop", 0, 10, std::nullopt, name, "a known surprise"});
+  return story;
+}
+
+Story cut_off() {
+  const Topology ring = example("four-node-ring.toml");
+  return tell(ring, {cut(ring, "n1-n2", kComeHomeUs), restore(ring, "n1-n2", kComeHomeUs)},
+              kComeHomeUs, {60, 20, 3, 20, 5});
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -61,8 +83,9 @@ int main(int argc, char** argv) {
   try {
     write(directory + "/four.html", four_nodes());
     write(directory + "/ladder.html", ladder());
-    Story three = tell(example("three-rings.toml"), {}, kComeHomeUs);
-    write(directory + "/three.html", three);
+    write(directory + "/three.html", tell(example("three-rings.toml"), {}, kComeHomeUs));
+    write(directory + "/hostile.html", hostile());
+    write(directory + "/cut-off.html", cut_off());
     for (const size_t nodes : {16, 64, 255}) {
       write(directory + "/ring-" + std::to_string(nodes) + ".html", large(nodes));
     }
