@@ -17,16 +17,12 @@ constexpr uint32_t kWtbAboveGuardMs = 5000;
 // For everything that takes its time on a loaded machine.
 constexpr uint32_t kMarginMs = 5000;
 
-template <typename Item>
-bool contains(const std::vector<Item>& items, const Item& item) {
-  return std::find(items.begin(), items.end(), item) != items.end();
-}
-
 // What stands at one moment of the script.
 class Network {
  public:
   explicit Network(const Topology& topology)
       : topology_(topology),
+        is_cut_(topology.links.size()),
         daemon_runs_(topology.nodes.size(), true),
         forced_(topology.rings.size()),
         manual_(topology.rings.size()),
@@ -37,6 +33,12 @@ class Network {
   }
 
   const std::vector<LinkIndex>& cut() const { return cut_; }
+  // Of each node, the number of the part of the network that it is in.
+  std::vector<size_t> parts() const {
+    std::vector<bool> usable = is_cut_;
+    usable.flip();
+    return components(topology_, usable);
+  }
   const std::vector<bool>& daemon_runs() const { return daemon_runs_; }
 
   // What is wrong with doing this now, or an empty text.
@@ -89,11 +91,14 @@ class Network {
  private:
   std::string apply_cut(const Step& step) {
     for (const LinkIndex link : step.links) {
-      if (contains(cut_, link)) {
+      if (is_cut_[link]) {
         return "link " + topology_.links[link].name + " is cut already at this point of the script";
       }
     }
-    cut_.insert(cut_.end(), step.links.begin(), step.links.end());
+    for (const LinkIndex link : step.links) {
+      cut_.push_back(link);
+      is_cut_[link] = true;
+    }
     for (RingIndex ring = 0; ring < manual_.size(); ++ring) {
       if (!cut_links(topology_.rings[ring]).empty()) {
         manual_[ring].reset();  // a failed link outranks a manual switch, which does not come back
@@ -104,10 +109,11 @@ class Network {
 
   std::string apply_restore(const Step& step) {
     for (const LinkIndex link : step.links) {
-      if (!contains(cut_, link)) {
+      if (!is_cut_[link]) {
         return "link " + topology_.links[link].name + " is not cut at this point of the script";
       }
       cut_.erase(std::find(cut_.begin(), cut_.end(), link));
+      is_cut_[link] = false;
     }
     return {};
   }
@@ -141,7 +147,7 @@ class Network {
   std::vector<LinkIndex> cut_links(const Ring& ring) const {
     std::vector<LinkIndex> found;
     for (const LinkIndex link : ring.links) {
-      if (contains(cut_, link)) {
+      if (is_cut_[link]) {
         found.push_back(link);
       }
     }
@@ -150,13 +156,12 @@ class Network {
 
   // Whether the two interconnection nodes of a sub-ring have lost each other on the major ring.
   bool is_split(const Ring& sub_ring) const {
-    std::vector<LinkIndex> not_usable = cut_;
-    for (LinkIndex link = 0; link < topology_.links.size(); ++link) {
-      if (!topology_.rings[*sub_ring.major_ring].has_link(link)) {
-        not_usable.push_back(link);
-      }
+    std::vector<bool> usable(topology_.links.size());
+    for (const LinkIndex link : topology_.rings[*sub_ring.major_ring].links) {
+      usable[link] = !is_cut_[link];
     }
-    return !are_connected(topology_, sub_ring.nodes.front(), sub_ring.nodes.back(), not_usable);
+    const auto component = components(topology_, usable);
+    return component[sub_ring.nodes.front()] != component[sub_ring.nodes.back()];
   }
 
   // `failed` are the ends of failed links, sorted.
@@ -208,7 +213,8 @@ class Network {
   }
 
   const Topology& topology_;
-  std::vector<LinkIndex> cut_;
+  std::vector<LinkIndex> cut_;  // in the order in which they were cut
+  std::vector<bool> is_cut_;    // by LinkIndex
   std::vector<bool> daemon_runs_;
   std::vector<std::optional<PortRef>> forced_, manual_;
   std::vector<RingOutlook> known_;
@@ -268,7 +274,7 @@ std::vector<StepOutlook> script_outlook(const Topology& topology, Findings& find
   std::vector<StepOutlook> outlooks;
   for (size_t i = 0; i <= topology.steps.size(); ++i) {
     const Step* step = i == 0 ? nullptr : &topology.steps[i - 1];
-    const std::vector<LinkIndex> cut_before = network.cut();
+    const std::vector<size_t> before = network.parts();
     const auto what = [&] {
       return "step " + std::to_string(i) + " (" + topology.step_text(*step) + ")";
     };
@@ -302,11 +308,11 @@ std::vector<StepOutlook> script_outlook(const Topology& topology, Findings& find
       }
       outlook.rings.push_back(of_ring);
     }
+    const std::vector<size_t> after = network.parts();
     for (const Stream& stream : topology.streams) {
       const NodeIndex a = topology.hosts[stream.hosts[0]].node;
       const NodeIndex b = topology.hosts[stream.hosts[1]].node;
-      outlook.stream_judged.push_back(are_connected(topology, a, b, cut_before) &&
-                                      are_connected(topology, a, b, network.cut()));
+      outlook.stream_judged.push_back(before[a] == before[b] && after[a] == after[b]);
     }
     if (step != nullptr) {
       set_bounds(topology, *step, outlook);

@@ -177,7 +177,9 @@ class StepReader {
   }
 
   std::optional<RingIndex> ring_with_id(const char* key, int64_t id) {
-    const auto ring = topology_.find_ring(static_cast<uint32_t>(id));
+    const auto ring = client::kRingIdRange.contains(id)
+                          ? topology_.find_ring(static_cast<uint32_t>(id))
+                          : std::nullopt;
     if (!ring) {
       good_ = false;
       if (reading_.broken_rings.count(id) == 0) {

@@ -16,8 +16,9 @@ class Partition {
     std::iota(parent_.begin(), parent_.end(), size_t{0});
   }
 
-  size_t root(size_t item) const {
+  size_t root(size_t item) {
     while (parent_[item] != item) {
+      parent_[item] = parent_[parent_[item]];
       item = parent_[item];
     }
     return item;
@@ -265,10 +266,11 @@ void check_network(const Topology& topology, Findings& findings) {
                      "make the loop a [[ring]], or remove the link");
     }
   }
+  const auto component = components(topology, std::vector<bool>(topology.links.size(), true));
   for (const Stream& stream : topology.streams) {
     const Host& a = topology.hosts[stream.hosts[0]];
     const Host& b = topology.hosts[stream.hosts[1]];
-    if (!are_connected(topology, a.node, b.node, {})) {
+    if (component[a.node] != component[b.node]) {
       findings.error("stream-without-way", stream.line, "stream",
                      "between " + a.name + " and " + b.name + ": no link joins them",
                      "add links, or move a host");
@@ -277,15 +279,18 @@ void check_network(const Topology& topology, Findings& findings) {
   check_bounds(topology, findings);
 }
 
-bool are_connected(const Topology& topology, NodeIndex a, NodeIndex b,
-                   const std::vector<LinkIndex>& cut) {
+std::vector<size_t> components(const Topology& topology, const std::vector<bool>& usable) {
   Partition joined(topology.nodes.size());
   for (LinkIndex i = 0; i < topology.links.size(); ++i) {
-    if (std::find(cut.begin(), cut.end(), i) == cut.end()) {
+    if (usable[i]) {
       joined.join(topology.links[i].ends[0].node, topology.links[i].ends[1].node);
     }
   }
-  return joined.root(a) == joined.root(b);
+  std::vector<size_t> numbers;
+  for (NodeIndex node = 0; node < topology.nodes.size(); ++node) {
+    numbers.push_back(joined.root(node));
+  }
+  return numbers;
 }
 
 }  // namespace erps::lab

@@ -1,6 +1,8 @@
 // What must hold between the parts of a topology, and the addresses that follow from them.
 #pragma once
 
+#include <vector>
+
 #include "lab/findings.h"
 #include "lab/topology.h"
 
@@ -18,8 +20,7 @@ void check_rings(const Topology& topology, Findings& findings);
 // way. Needs a topology without errors.
 void check_network(const Topology& topology, Findings& findings);
 
-// Whether the two nodes are joined by links that are not in `cut`.
-bool are_connected(const Topology& topology, NodeIndex a, NodeIndex b,
-                   const std::vector<LinkIndex>& cut);
+// A number for each node, the same for nodes that usable links join. `usable` is by LinkIndex.
+std::vector<size_t> components(const Topology& topology, const std::vector<bool>& usable);
 
 }  // namespace erps::lab

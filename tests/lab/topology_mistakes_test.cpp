@@ -13,6 +13,7 @@ using testing::four_nodes;
 using testing::ladder;
 using testing::ring_of_four;
 using testing::sub_ring;
+using testing::swapped;
 
 struct Mistake {
   const char* name;
@@ -31,13 +32,6 @@ TEST_P(TopologyMistake, IsRefusedWithLineValueAndWhatIsAllowed) {
   EXPECT_TRUE(file.findings.has_errors());
   const std::string text = to_text(file.findings, "f");
   EXPECT_NE(text.find(GetParam().message), std::string::npos) << text;
-}
-
-// `what` with its first `from` replaced.
-std::string swapped(std::string what, const std::string& from, const std::string& to) {
-  const size_t at = what.find(from);
-  EXPECT_NE(at, std::string::npos) << from;
-  return what.replace(at, from.size(), to);
 }
 
 const std::string kRing = four_nodes() + ring_of_four();

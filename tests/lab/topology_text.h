@@ -1,6 +1,7 @@
 // Topology files for tests, written from parts.
 #pragma once
 
+#include <stdexcept>
 #include <string>
 
 namespace erps::lab::testing {
@@ -71,6 +72,15 @@ wtr_ms = 5000
 
 inline std::string ladder() {
   return four_nodes() + ring_of_four() + sub_ring();
+}
+
+// `what` with its first `from` replaced.
+inline std::string swapped(std::string what, const std::string& from, const std::string& to) {
+  const size_t at = what.find(from);
+  if (at == std::string::npos) {
+    throw std::logic_error("not in the text: " + from);
+  }
+  return what.replace(at, from.size(), to);
 }
 
 }  // namespace erps::lab::testing
