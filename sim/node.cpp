@@ -235,6 +235,9 @@ int Node::receive_event(ERPS_EVENT_MSG_T& event) {
   fabric.finish_event();
   flush_worker_.kick();
   piece_of_work_done();
+  for (Observer* observer : world.observers) {
+    observer->on_event_done(world.now_us(), index);
+  }
   locks.check_none_held(task, "waits for an event");
   if (!events.receive(event, task)) {
     return -1;

@@ -1,12 +1,15 @@
 #include "sim/checks/inspection.h"
 
 #include <algorithm>
+#include <set>
 
 #include "sim/checks/convergence.h"
 #include "sim/checks/frame_checker.h"
 #include "sim/checks/loop_checker.h"
 #include "sim/checks/partition_judge.h"
 #include "sim/checks/state_checker.h"
+#include "sim/checks/stuck_rings.h"
+#include "sim/checks/timer_checker.h"
 
 namespace erps::sim {
 
@@ -25,27 +28,35 @@ struct Inspection::Checkers {
         watch(simulation),
         mishaps(simulation, watch, bounds.repeat_us),
         forced(watch, simulation.topology().nodes.size()),
+        stuck(simulation),
         states(simulation.topology()),
         frames(simulation.topology()),
+        timers(simulation.topology(), watch),
         partitions(bounds, mishaps, forced) {
     watch.add(mishaps);
     watch.add(forced);
+    watch.add(stuck);
     watch.add(states);
+    watch.add(timers);
   }
 
   const Bounds bounds;
   RingWatch watch;
   Mishaps mishaps;
   ForcedSwitches forced;
+  StuckRings stuck;
   StateChecker states;
   FrameChecker frames;
+  TimerChecker timers;
   PartitionJudge partitions;
   LoopChecker loops;
   std::vector<Finding> home;
 
   // In the order in which they observe: the watch tells the others.
-  std::vector<Observer*> observers() { return {&watch, &mishaps, &frames, &partitions, &loops}; }
-  std::vector<Checker*> all() { return {&states, &frames, &partitions}; }
+  std::vector<Observer*> observers() {
+    return {&watch, &mishaps, &stuck, &frames, &timers, &partitions, &loops};
+  }
+  std::vector<Checker*> all() { return {&states, &frames, &timers, &partitions}; }
 };
 
 Inspection::Inspection(Simulation& simulation)
@@ -67,10 +78,41 @@ int64_t Inspection::home_bound_us() const {
 
 void Inspection::expect_home() {
   const int64_t from_us = simulation_.now_us();
-  const auto reason = run_until_home(simulation_, home_bound_us());
-  if (reason) {
-    checkers_->home.push_back({"home", from_us, simulation_.now_us(), std::nullopt, *reason, {}});
+  auto reason = run_until_home(simulation_, home_bound_us());
+  if (!reason) {
+    return;
   }
+  Finding finding{"home", from_us, simulation_.now_us(), std::nullopt, *reason, {}};
+  // Who missed a message gets its repetition.
+  std::set<std::string> names;
+  for (auto missed =
+           checkers_->mishaps.names_since(simulation_.now_us() - checkers_->bounds.repeat_us);
+       reason && !missed.empty() && simulation_.now_us() - from_us < 3 * home_bound_us();
+       missed =
+           checkers_->mishaps.names_since(simulation_.now_us() - checkers_->bounds.repeat_us)) {
+    names.merge(missed);
+    reason = run_until_home(simulation_, checkers_->bounds.repeat_us);
+  }
+  finding.to_us = simulation_.now_us();
+  if (reason) {
+    names.clear();
+    finding.text = *reason;
+    for (const auto& [ring, nodes] : nodes_not_home(simulation_)) {
+      const auto reasons = checkers_->stuck.explain(ring, nodes);
+      if (reasons.empty()) {
+        names.clear();
+        break;
+      }
+      names.insert(reasons.begin(), reasons.end());
+    }
+  } else {
+    finding.text = "at home only after " + in_milliseconds(finding.to_us - from_us) + ", " +
+                   in_milliseconds(home_bound_us()) + " are allowed; before: " + finding.text;
+  }
+  for (const std::string& name : names) {
+    finding.surprise += (finding.surprise.empty() ? "" : "; ") + name;
+  }
+  checkers_->home.push_back(finding);
 }
 
 std::vector<Finding> Inspection::findings() {

@@ -61,6 +61,16 @@ void Mishaps::forget_before(int64_t time_us) {
   }
 }
 
+std::set<std::string> Mishaps::names_since(int64_t time_us) const {
+  std::set<std::string> names;
+  for (const Mishap& mishap : mishaps_) {
+    if (mishap.time_us >= time_us) {
+      names.insert(mishap.surprise);
+    }
+  }
+  return names;
+}
+
 void Mishaps::add(const Record& record, const char* surprise, int64_t lasts_us) {
   mishaps_.push_back({record.time_us, surprise, record.node, lasts_us});
 }

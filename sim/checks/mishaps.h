@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <deque>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "sim/checks/ring_watch.h"
@@ -32,6 +34,8 @@ class Mishaps final : public Observer, public StepListener {
   // Oldest first by the time when they became known; those of before since_us may be gone.
   const std::deque<Mishap>& all() const { return mishaps_; }
   void forget_before(int64_t time_us);
+  // The surprises since then.
+  std::set<std::string> names_since(int64_t time_us) const;
 
  private:
   // What a node repeats about a ring.

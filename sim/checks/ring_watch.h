@@ -68,6 +68,9 @@ class RingWatch final : public Observer {
   const RingSnapshot* ring(NodeIndex node, uint32_t ring) const;
   const std::vector<RingSnapshot>& rings(NodeIndex node) const { return nodes_[node].rings; }
 
+  // Whether the node's protocol task handles an event.
+  bool in_event(NodeIndex node) const { return nodes_[node].in_event; }
+
   void on_record(const Record& record) override;
   void on_event_done(int64_t time_us, NodeIndex node) override;
 

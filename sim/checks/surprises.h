@@ -25,6 +25,13 @@ inline constexpr char kForcedSplit[] = "forced switch beside another block";
 inline constexpr char kForcedLeft[] = "forced switch cleared while a link is down";
 // A clear that finds no blocked port whose link is up says nothing, and the R-APS(FS) goes on.
 inline constexpr char kForcedStuck[] = "forced switch cleared while its own link is down";
+// A manual switch goes on in its node when a failure or a forced switch takes over, and outranks
+// NR.
+inline constexpr char kManualOutlives[] = "manual switch outlives what took over";
+// Only R-APS(NR) ends protection, manual and forced; NR,RB does not.
+inline constexpr char kNoNr[] = "node that heard no R-APS(NR)";
+// The owner came to pending without a blocked port of its own to clear: it waits for nothing.
+inline constexpr char kNobodyWaits[] = "owner pending without WTR or WTB";
 inline constexpr char kStalled[] = "node without its processor";
 
 }  // namespace erps::sim::surprise

@@ -1,0 +1,233 @@
+#include "sim/checks/timer_checker.h"
+
+#include <algorithm>
+
+#include "sim/checks/ring_model.h"
+
+namespace erps::sim {
+
+namespace {
+
+constexpr int64_t kTickUs = kSecondUs;
+constexpr int64_t kRepetitionUs = 5 * kSecondUs;
+// What ticks and tasks are late, at the usual pace.
+constexpr int64_t kLateUs = 100 * kMillisecondUs;
+constexpr std::array<const char*, 4> kNames{"WTR", "WTB", "guard", "hold-off"};
+
+bool is(uint32_t state, RingState expected) {
+  return state == static_cast<uint32_t>(expected);
+}
+
+bool runs(const RingSnapshot& ring, RingRequest delay) {
+  return ring.local_priority == static_cast<uint32_t>(delay);
+}
+
+// The guard starts where a node's own reason to block has gone.
+bool starts_guard(const Step& step) {
+  const uint32_t from = step.before->state;
+  return is(step.after->state, RingState::kPending) && step.after->guard_running &&
+         (is(from, RingState::kProtection) || is(from, RingState::kManual) ||
+          is(from, RingState::kForced));
+}
+
+std::string in_seconds(int64_t time_us) {
+  const std::string thousandths = std::to_string(1000 + time_us / kMillisecondUs % 1000);
+  return std::to_string(time_us / kSecondUs) + "." + thousandths.substr(1) + " s";
+}
+
+}  // namespace
+
+TimerChecker::TimerChecker(const Topology& topology, const RingWatch& watch)
+    : topology_(topology), watch_(watch), slowness_(topology.nodes.size(), 1) {}
+
+int64_t TimerChecker::tolerance_us(NodeIndex node) const {
+  return slowness_[node] * kLateUs;
+}
+
+TimerChecker::Limits TimerChecker::limits(NodeIndex node, Kind kind) const {
+  const NodePlan& plan = topology_.nodes[node];
+  const int64_t late_us = kTickUs + tolerance_us(node);
+  const int64_t guard_us = int64_t{plan.guard_ms} * kMillisecondUs;
+  switch (kind) {
+    case kWtr: {
+      const int64_t whole_us = int64_t{plan.wtr_ms} / 1000 * kSecondUs;
+      return {whole_us - kSecondUs, whole_us + late_us};
+    }
+    case kWtb:
+      return {guard_us + 5 * kSecondUs, guard_us + 5 * kSecondUs + late_us};
+    case kGuard:
+      return {guard_us, guard_us + late_us};
+    default: {
+      const int64_t holdoff_us = int64_t{plan.holdoff_ms} * kMillisecondUs;
+      return {holdoff_us, holdoff_us + late_us};
+    }
+  }
+}
+
+void TimerChecker::expect_not_early(const Step& step, const Timers& timers, Kind kind) {
+  const int64_t since_us = timers.since_us[kind];
+  const Limits allowed = limits(step.node, kind);
+  // What is measured is between the beginning of one event and the beginning of the other.
+  const int64_t took_us = step.from_us - since_us + tolerance_us(step.node);
+  if (since_us != kNone && took_us < allowed.least_us) {
+    findings_.add({"timer",
+                   since_us,
+                   step.from_us,
+                   step.node,
+                   std::string(kNames[kind]) + " of ring " + std::to_string(step.ring()) +
+                       " ended after " + in_seconds(step.from_us - since_us) + ", before " +
+                       in_seconds(allowed.least_us),
+                   {}});
+  }
+}
+
+void TimerChecker::expect_not_overdue(NodeIndex node, uint32_t ring, const Timers& timers,
+                                      int64_t now_us, FindingList& into) const {
+  const std::string of_ring = " of ring " + std::to_string(ring);
+  for (size_t kind = 0; kind < kKinds; ++kind) {
+    const int64_t since_us = timers.since_us[kind];
+    const int64_t most_us = limits(node, static_cast<Kind>(kind)).most_us;
+    if (since_us != kNone && now_us - since_us > most_us) {
+      into.add({"timer",
+                since_us,
+                now_us,
+                node,
+                kNames[kind] + of_ring + " runs for more than " + in_seconds(most_us),
+                {}});
+    }
+  }
+  expect_repeated(node, ring, timers, now_us, into);
+}
+
+void TimerChecker::expect_repeated(NodeIndex node, uint32_t ring, const Timers& timers,
+                                   int64_t now_us, FindingList& into) const {
+  int64_t quiet_since_us = timers.has_to_send_since_us;
+  for (const auto& [port, time_us] : timers.sent_us) {
+    quiet_since_us = quiet_since_us == kNone ? kNone : std::max(quiet_since_us, time_us);
+  }
+  const int64_t most_us = kRepetitionUs + kTickUs + tolerance_us(node);
+  if (quiet_since_us != kNone && now_us - quiet_since_us > most_us) {
+    into.add({"timer",
+              quiet_since_us,
+              now_us,
+              node,
+              "R-APS of ring " + std::to_string(ring) + " was not repeated for more than " +
+                  in_seconds(most_us),
+              {}});
+  }
+}
+
+void TimerChecker::on_step(const Step& step) {
+  if (step.before == nullptr || step.after == nullptr || !step.after->enabled) {
+    timers_.erase({step.node, step.ring()});
+    return;
+  }
+  const RingSnapshot& before = *step.before;
+  const RingSnapshot& after = *step.after;
+  Timers& timers = timers_[{step.node, step.ring()}];
+  if (!before.guard_running) {
+    expect_not_early(step, timers, kGuard);
+    end(timers, kGuard);
+  }
+  expect_not_overdue(step.node, step.ring(), timers, step.from_us, findings_);
+
+  const bool expired = step.cause == Step::Cause::kTimer;
+  const auto follow = [&](Kind kind, bool ran, bool runs_now) {
+    if (ran && !runs_now) {
+      if (expired) {
+        expect_not_early(step, timers, kind);
+      }
+      end(timers, kind);
+    } else if (!ran && runs_now) {
+      start(timers, kind, step.from_us);
+    }
+  };
+  follow(kWtr, runs(before, RingRequest::kWtr), runs(after, RingRequest::kWtr));
+  follow(kWtb, runs(before, RingRequest::kWtb), runs(after, RingRequest::kWtb));
+  follow(kHoldoff, before.holdoff_running, after.holdoff_running);
+  if (starts_guard(step)) {
+    start(timers, kGuard, step.from_us);
+  }
+  watch_sending(step, timers);
+}
+
+// Since when there is something to repeat, and a port to do it through.
+void TimerChecker::watch_sending(const Step& step, Timers& timers) {
+  const RingSnapshot& after = *step.after;
+  const bool passes_blocks = after.ring_role != 0;
+  const bool can =
+      std::any_of(after.ports.begin(), after.ports.end(), [&](const PortSnapshot& port) {
+        return port.present && port.link_up && (passes_blocks || port.forwarding);
+      });
+  if (!after.sending || !can) {
+    timers.has_to_send_since_us = kNone;
+  } else if (timers.has_to_send_since_us == kNone || after.tx_request != step.before->tx_request ||
+             after.tx_rb != step.before->tx_rb) {
+    timers.has_to_send_since_us = step.to_us;
+  }
+}
+
+void TimerChecker::on_sent(const Record& record) {
+  const MacAddress& own = topology_.nodes[record.node].address;
+  // An Event that is sent by itself does not start the five seconds again.
+  constexpr uint32_t kEventRequest = 14;
+  const bool is_single =
+      watch_.in_event(record.node) && RapsMessage{record.a, record.b}.request() == kEventRequest;
+  if (is_single || record.b != (uint32_t{own[4]} << 8U | own[5])) {
+    return;
+  }
+  for (auto& [where, timers] : timers_) {
+    if (where.first != record.node || (where.second & 0xFFU) != RapsMessage{record.a, 0}.ring()) {
+      continue;
+    }
+    expect_repeated(where.first, where.second, timers, record.time_us, findings_);
+    auto [last, is_first] = timers.sent_us.try_emplace(record.port, record.time_us);
+    const int64_t since_us = record.time_us - last->second;
+    last->second = record.time_us;
+    // A tick after the last one was late, at the earliest.
+    constexpr int64_t kLeastUs = kRepetitionUs - kTickUs;
+    if (!is_first && !watch_.in_event(record.node) &&
+        since_us + tolerance_us(record.node) < kLeastUs) {
+      findings_.add(
+          {"timer",
+           record.time_us - since_us,
+           record.time_us,
+           record.node,
+           "R-APS was repeated after " + in_seconds(since_us) + ", before " + in_seconds(kLeastUs),
+           {}});
+    }
+  }
+}
+
+void TimerChecker::on_record(const Record& record) {
+  switch (record.kind) {
+    case RecordKind::kFrameSent:
+      on_sent(record);
+      break;
+    case RecordKind::kSlowed:
+      slowness_[record.node] = std::max<int64_t>(1, record.a);
+      [[fallthrough]];
+    case RecordKind::kStalled:
+    case RecordKind::kClockStep:
+    case RecordKind::kCrash:
+    case RecordKind::kKilled:
+    case RecordKind::kStopped:
+      std::erase_if(timers_, [&](const auto& entry) { return entry.first.first == record.node; });
+      break;
+    default:
+      break;
+  }
+}
+
+void TimerChecker::collect(int64_t now_us, std::vector<Finding>& findings) {
+  FindingList late = findings_;
+  for (const auto& [where, timers] : timers_) {
+    Timers seen = timers;
+    // Whether the guard is over shows at the next event only.
+    seen.since_us[kGuard] = kNone;
+    expect_not_overdue(where.first, where.second, seen, now_us, late);
+  }
+  late.append_to(findings);
+}
+
+}  // namespace erps::sim
