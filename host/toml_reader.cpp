@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "client/ring_status.h"
+#include "client/toml_depth.h"
 #include "host/settings.h"
 
 namespace erps::host {
@@ -250,9 +251,15 @@ std::string read_file(const std::string& path) {
 
 FileSettings read_settings(const std::string& path, Mistakes& mistakes) {
   FileSettings settings;
+  const std::string text = read_file(path);
+  if (const uint32_t line = client::too_deep_line(text)) {
+    mistakes.add(static_cast<int>(line), "dots",
+                 "too many in one line; at most " + std::to_string(client::kMostDotsInALine));
+    return settings;
+  }
   toml::table file;
   try {
-    file = toml::parse(read_file(path), path);
+    file = toml::parse(text, path);
   } catch (const toml::parse_error& error) {
     mistakes.add(static_cast<int>(error.source().begin.line),
                  "column " + std::to_string(error.source().begin.column),

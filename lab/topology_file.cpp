@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "client/toml_depth.h"
 #include "lab/script_hazards.h"
 #include "lab/script_outlook.h"
 #include "lab/topology_checks.h"
@@ -36,23 +37,6 @@ bool is_within_limits(TomlTable& table, Findings& findings) {
     }
   }
   return within;
-}
-
-// The first line with so many dots that its keys, taken for tables in tables, could exhaust the
-// stack of the TOML parser; 0 where there is none.
-uint32_t too_deep_line(std::string_view text) {
-  constexpr size_t kMostDots = 100;
-  uint32_t line = 1;
-  size_t dots = 0;
-  for (const char c : text) {
-    if (c == '\n') {
-      ++line;
-      dots = 0;
-    } else if (c == '.' && ++dots > kMostDots) {
-      return line;
-    }
-  }
-  return 0;
 }
 
 void read_name(TomlTable& table, Topology& topology) {
@@ -117,8 +101,9 @@ TopologyFile parse_topology(std::string_view text) {
                         "allowed: " + std::to_string(kLongestText) + " at most");
     return file;
   }
-  if (const uint32_t line = too_deep_line(text)) {
-    file.findings.error("not-toml", line, "", "too many dots in one line", "allowed: 100 at most");
+  if (const uint32_t line = client::too_deep_line(text)) {
+    file.findings.error("not-toml", line, "", "too many dots in one line",
+                        "allowed: " + std::to_string(client::kMostDotsInALine) + " at most");
     return file;
   }
   try {

@@ -206,6 +206,19 @@ TEST(CheckDaemons, AGroupOfTheNodeIsNotLookedUpHere) {
   EXPECT_TRUE(findings.list().empty()) << to_text(findings, "");
 }
 
+TEST(CheckDaemons, AHostileFileIsRefused) {
+  const testing::TemporaryDirectory directory;
+  std::string key;
+  for (size_t i = 0; i < 400'000; ++i) {
+    key += "a.";
+  }
+  Findings findings;
+  read_daemon_files({directory.write("deep.toml", "\n" + key + "a = 1\n")}, findings);
+  ASSERT_EQ(findings.list().size(), 1U);
+  EXPECT_EQ(findings.list()[0].rule, "erpsd-refuses");
+  EXPECT_EQ(findings.list()[0].line, 2U);
+}
+
 TEST(CheckDaemons, AFileIsReadOnceHoweverOftenItIsNamed) {
   const testing::TemporaryDirectory directory;
   const std::string path = directory.write("n1.toml", "");
