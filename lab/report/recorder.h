@@ -27,7 +27,7 @@ struct RecorderLimits {
   size_t marks = 40'000;
   size_t timers = 20'000;
   size_t messages = 60'000;  // that say something new
-  size_t repeats = 20'000;   // and those that do not
+  size_t repeats = 40'000;   // and those that do not
 };
 
 class Recorder final : public sim::Observer {

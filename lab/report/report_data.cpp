@@ -12,6 +12,9 @@ namespace {
 
 using nlohmann::json;
 
+// A page that is to be read by people has no more rows; how many there were is in the totals.
+constexpr size_t kMostRows = 2000;
+
 // Times as differences of one from the next, which takes half the room.
 class Times {
  public:
@@ -160,6 +163,9 @@ json timers_json(const std::vector<TimerRun>& timers) {
 json faults_json(const std::vector<ReportFault>& faults) {
   json list = json::array();
   for (const ReportFault& fault : faults) {
+    if (list.size() == kMostRows) {
+      break;
+    }
     list.push_back({{"text", fault.text},
                     {"at", fault.at_us},
                     {"outage", or_null(fault.outage_us)},
@@ -172,6 +178,9 @@ json faults_json(const std::vector<ReportFault>& faults) {
 json findings_json(const std::vector<sim::Finding>& findings) {
   json list = json::array();
   for (const sim::Finding& finding : findings) {
+    if (list.size() == kMostRows) {
+      break;
+    }
     list.push_back({{"check", finding.check},
                     {"from", finding.from_us},
                     {"to", finding.to_us},
@@ -180,6 +189,31 @@ json findings_json(const std::vector<sim::Finding>& findings) {
                     {"surprise", finding.surprise}});
   }
   return list;
+}
+
+// Of all faults and findings, also of those that have no row.
+json totals_json(const ReportInput& input) {
+  const ReportFault* longest = nullptr;
+  size_t failed = 0;
+  for (const ReportFault& fault : input.faults) {
+    failed += fault.held ? 0 : 1;
+    if (fault.outage_us && (longest == nullptr || *fault.outage_us > *longest->outage_us)) {
+      longest = &fault;
+    }
+  }
+  size_t violations = 0;
+  for (const sim::Finding& finding : input.findings) {
+    violations += finding.is_violation() ? 1 : 0;
+  }
+  json worst = nullptr;
+  if (longest != nullptr) {
+    worst = {{"text", longest->text}, {"outage", *longest->outage_us}};
+  }
+  return {{"faults", input.faults.size()},
+          {"failed", failed},
+          {"violations", violations},
+          {"surprises", input.findings.size() - violations},
+          {"longest", worst}};
 }
 
 }  // namespace
@@ -212,6 +246,7 @@ std::string report_data(const ReportInput& input) {
                       {"timers", timers_json(recording.timers)},
                       {"faults", faults_json(input.faults)},
                       {"findings", findings_json(input.findings)},
+                      {"totals", totals_json(input)},
                       {"cut_off", cut_off}};
   std::string text = whole.dump(-1, ' ', true, json::error_handler_t::replace);
   // Only inside of strings can there be one.

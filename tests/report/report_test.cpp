@@ -299,5 +299,22 @@ TEST(Report, IsBounded) {
   }
 }
 
+TEST(Report, CountsWhatHasNoRow) {
+  const Topology ring = example("four-node-ring.toml");
+  Story story = tell(ring, {}, kSecondUs);
+  for (int i = 0; i < 5000; ++i) {
+    story.faults.push_back({"cut n1-n2", i, i, i % 2 == 0, ""});
+    story.findings.push_back({"loop", i, i + 1, std::nullopt, "", i % 5 == 0 ? "" : "known"});
+  }
+  const json data = data_of(report_page(story.input()));
+  EXPECT_LT(data["faults"].size(), 5000U);
+  EXPECT_LT(data["findings"].size(), 5000U);
+  EXPECT_EQ(data["totals"]["faults"], 5000);
+  EXPECT_EQ(data["totals"]["failed"], 2500);
+  EXPECT_EQ(data["totals"]["violations"], 1000);
+  EXPECT_EQ(data["totals"]["surprises"], 4000);
+  EXPECT_EQ(data["totals"]["longest"]["outage"], 4999) << "though its row is left out";
+}
+
 }  // namespace
 }  // namespace erps::lab

@@ -84,22 +84,25 @@ class Drawing {
     const parts = [];
     if (sizes.tier === "large" || sizes.tier === "medium") {
       const {height} = sizes, width = this.layout.widthOf(node);
-      group.append(svg("rect", {class: "case", x: -width / 2, y: -height / 2, width, height, rx: 8}));
+      const shared = places.length > 1;
+      group.append(svg("rect", {class: shared ? "case shared" : "case", x: -width / 2, y: -height / 2,
+        width, height, rx: 8}));
       const share = width / Math.max(places.length, 1);
       places.forEach((place, i) => {
         const shape = svg("path", {class: "fill", d: roundedPart(width, height, i, places.length)});
         const text = svg("text", {class: "state", x: -width / 2 + share * (i + 0.5),
-          y: sizes.tier === "large" ? 15 : 12, "text-anchor": "middle"});
+          y: sizes.tier === "large" ? 15 : 12.5, "text-anchor": "middle"});
         parts.push({place, shape, text});
         group.append(shape, text);
-        if (places.length > 1) {
-          group.append(svg("text", {class: "ring-of", x: -width / 2 + share * (i + 0.5) + 14 * (i - 0.5),
-            y: -7, "text-anchor": "middle"}, `ring ${this.run.rings[this.run.places[place].ring].id}`));
+        if (shared) {
+          const ring = this.run.rings[this.run.places[place].ring].id, long = name.length > 5;
+          group.append(svg("text", {class: "ring-of", y: -7, "text-anchor": "middle",
+            x: (long ? 0.86 : 0.64) * (-width + 2 * share * (i + 0.5))}, long ? ring : `ring ${ring}`));
         }
       });
-      const label = name.length > 14 ? `${name.slice(0, 13)}…` : name;
-      group.append(svg("text", {class: "name", y: sizes.tier === "large" ? -4 : -2,
-        "text-anchor": "middle"}, label));
+      const label = shortened(name, sizes.tier === "large" ? 11 : 9);
+      group.append(svg("text", {class: "name", "text-anchor": "middle",
+        y: (sizes.tier === "large" ? -4 : -2) - (shared ? 3 : 0)}, label));
       if (owner) {
         const out = this.layout.outward[node];
         const beside = Math.abs(out.x) > Math.abs(out.y) * 1.5, side = Math.sign(out.x) || 1;
@@ -199,14 +202,14 @@ class Drawing {
   }
 }
 
-// Column i of a rounded box that stands around the origin.
+// Column i of a rounded box that stands around the origin; of several, below the box's name.
 function roundedPart(width, height, i, count) {
   const left = -width / 2 + width * i / count, right = left + width / count;
-  const top = -height / 2, bottom = height / 2, r = 8;
-  const leftRound = i === 0 ? r : 0, rightRound = i === count - 1 ? r : 0;
-  return `M${left + leftRound} ${top}H${right - rightRound}q${rightRound} 0 ${rightRound} ${rightRound}` +
-    `V${bottom - rightRound}q0 ${rightRound} ${-rightRound} ${rightRound}H${left + leftRound}` +
-    `q${-leftRound} 0 ${-leftRound} ${-leftRound}V${top + leftRound}q0 ${-leftRound} ${leftRound} ${-leftRound}Z`;
+  const top = count > 1 ? -2 : -height / 2, bottom = height / 2;
+  const upper = count > 1 ? 0 : 8, lowerLeft = i === 0 ? 8 : 0, lowerRight = i === count - 1 ? 8 : 0;
+  return `M${left + upper} ${top}H${right - upper}q${upper} 0 ${upper} ${upper}V${bottom - lowerRight}` +
+    `q0 ${lowerRight} ${-lowerRight} ${lowerRight}H${left + lowerLeft}` +
+    `q${-lowerLeft} 0 ${-lowerLeft} ${-lowerLeft}V${top + upper}q0 ${-upper} ${upper} ${-upper}Z`;
 }
 
 function conditionWords(condition) {

@@ -85,7 +85,7 @@ class Layout {
     // Beyond whatever of the ring lies between the two ends.
     const beyond = Math.max(...around.map((point) =>
       (point.x - middle.x) * out.x + (point.y - middle.y) * out.y));
-    const bulge = Math.max(beyond, 0) + Math.max(this.sizes.spacing * 1.1,
+    const bulge = Math.max(beyond, 0) + Math.max(this.sizes.spacing * 1.3,
       this.sizes.spacing * (inner.length + 1) / Math.PI);
     const widen = Math.max(1, this.sizes.spacing * (inner.length - 1) / (2 * half));
     inner.forEach((node, i) => {

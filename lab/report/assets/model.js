@@ -59,7 +59,7 @@ class Run {
     Object.assign(this, {
       name: data.name, seed: data.seed, command: data.command, nodes: data.nodes,
       links: data.links, rings: data.rings, texts: data.texts, faults: data.faults,
-      findings: data.findings, commands: data.commands, cutOff: data.cut_off,
+      findings: data.findings, commands: data.commands, totals: data.totals, cutOff: data.cut_off,
     });
     this.places = data.places.map(([ring, node]) => ({ring, node}));
     this.placesOfNode = this.nodes.map(() => []);

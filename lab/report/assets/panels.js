@@ -1,11 +1,9 @@
 // The parts of the page that are words and tables.
 
-function verdictOf(run) {
-  const violations = run.findings.filter(({surprise}) => !surprise).length;
-  const failed = run.faults.filter(({held}) => !held).length;
+function verdictOf({totals}) {
   const problems = [];
-  if (violations) problems.push(counted(violations, "violation"));
-  if (failed) problems.push(`${counted(failed, "fault")} not handled as expected`);
+  if (totals.violations) problems.push(counted(totals.violations, "violation"));
+  if (totals.failed) problems.push(`${counted(totals.failed, "fault")} not handled as expected`);
   return {good: problems.length === 0,
     text: problems.length ? listText(problems) : "Everything went as expected"};
 }
@@ -15,12 +13,10 @@ function showHeader(run) {
   const {good, text} = verdictOf(run);
   byId("verdict").replaceChildren(html("span", {class: good ? "badge good" : "badge bad"},
     html("span", {"aria-hidden": "true"}, good ? "✓ " : "✗ "), text));
-  const outages = run.faults.filter(({outage}) => outage !== null);
-  const worst = outages.reduce((most, each) => !most || each.outage > most.outage ? each : most, null);
-  const surprises = run.findings.filter(({surprise}) => surprise).length;
+  const {longest, faults, surprises} = run.totals;
   const rings = run.rings.length > 1 ? `${run.nodes.length} in ${run.rings.length} rings` : run.nodes.length;
-  const figures = [["Nodes", rings], ["Faults and commands", run.faults.length],
-    ["Longest outage", worst ? `${durationText(worst.outage)}` : "none measured", worst ? worst.text : ""],
+  const figures = [["Nodes", rings], ["Faults and commands", faults],
+    ["Longest outage", longest ? durationText(longest.outage) : "none measured", longest ? longest.text : ""],
     ["Known surprises", surprises], ["Simulated time", durationText(run.end)]];
   byId("figures").replaceChildren(...figures.map(([name, value, more]) => html("div", {},
     html("dt", {}, name), html("dd", {}, String(value), more ? html("small", {}, ` ${more}`) : ""))));
@@ -35,26 +31,28 @@ function showCutOff(run) {
     messages: "messages", repeats: "repeated messages"};
   const missing = Object.entries(run.cutOff).filter(([, from]) => from !== null)
     .map(([name, from]) => `${names[name]} after ${clockText(from)}`);
+  const {faults, violations, surprises} = run.totals;
+  const rows = faults - run.faults.length, lines = violations + surprises - run.findings.length;
+  if (rows > 0) missing.push(counted(rows, "later fault"));
+  if (lines > 0) missing.push(counted(lines, "later finding"));
   if (missing.length === 0) return;
   const notice = byId("cut-off");
   notice.hidden = false;
   notice.textContent = `This run was longer than a page can hold. Not shown: ${listText(missing, 9)}. ` +
-    "The tables of faults and findings are complete.";
+    "The figures above count everything.";
 }
 
 function faultTable(run, onSeek) {
-  const withRemarks = run.faults.some(({remark}) => remark);
   const rows = run.faults.map((fault, index) => {
     const what = onSeek ? html("button", {type: "button", class: "jump"}, fault.text) : fault.text;
     if (onSeek) what.addEventListener("click", () => onSeek(fault, index));
     return html("tr", {class: fault.held ? "" : "failed"}, html("td", {class: "number"}, clockText(fault.at)),
-      html("th", {scope: "row"}, what),
+      html("th", {scope: "row"}, what, ...(fault.remark ? [html("small", {}, fault.remark)] : [])),
       html("td", {class: "number right"}, fault.outage === null ? "–" : durationText(fault.outage)),
       html("td", {class: "held"}, fault.held ? "✓" : "✗",
-        html("span", {class: "word"}, fault.held ? " as expected" : " not as expected")),
-      ...(withRemarks ? [html("td", {}, fault.remark)] : []));
+        html("span", {class: "word"}, fault.held ? " as expected" : " not as expected")));
   });
-  const heads = ["At", "What", "Outage", "Verdict"].concat(withRemarks ? ["Remark"] : []);
+  const heads = ["At", "What", "Outage", "Verdict"];
   const head = html("thead", {}, html("tr", {}, ...heads.map((text) =>
     html("th", {scope: "col", class: text === "Outage" ? "right" : null}, text))));
   if (run.faults.length === 0) {

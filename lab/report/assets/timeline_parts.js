@@ -191,8 +191,7 @@ function labelParts(run, lanes, window) {
     parts.push(svg("text", {class: "ring-title", x: 4, y: y + 16}, text));
   }
   for (const lane of lanes.list) {
-    const name = run.nodes[lane.node];
-    const label = name.length > 12 ? `${name.slice(0, 11)}…` : name;
+    const label = shortened(run.nodes[lane.node], 12);
     if (lane.again) {
       parts.push(svg("text", {class: "lane-again", x: 4, y: lane.y + 13}, `${label} again`));
       continue;
@@ -203,7 +202,7 @@ function labelParts(run, lanes, window) {
       const peers = lane.ends.map((end) => run.nodes[run.endOf(end ^ 1).node]);
       parts.push(...peers.map((peer, i) => svg("text", {class: "port-name", x: window.labels - 6,
         y: lane.y + sizes.ports[i] + (i === 0 ? 1 : 5), "text-anchor": "end"},
-      `to ${peer.length > 12 ? `${peer.slice(0, 11)}…` : peer}`)));
+      `to ${shortened(peer, 12)}`)));
     }
   }
   return parts;

@@ -36,6 +36,8 @@ function durationText(time) {
 
 function counted(count, one, many = one + "s") { return `${count} ${count === 1 ? one : many}`; }
 
+function shortened(name, most) { return name.length > most ? `${name.slice(0, most - 1)}…` : name; }
+
 function listText(words, most = 4) {
   if (words.length > most) {
     return `${words.slice(0, most).join(", ")} and ${words.length - most} more`;
@@ -46,7 +48,7 @@ function listText(words, most = 4) {
 
 function messageText(run, text) {
   const origin = text.origin === null ? "" : ` of ${run.nodes[text.origin]}`;
-  const ring = run.rings.length > 1 ? `, ring ${text.ring}` : "";
+  const ring = run.rings.length > 1 ? ` (ring ${text.ring})` : "";
   return `${text.name}${text.dnf ? " DNF" : ""}${text.marked ? " marked" : ""}${origin}${ring}`;
 }
 
