@@ -7,6 +7,7 @@
 #include "lab/check/verdict.h"
 #include "lab/command_exec.h"
 #include "lab/command_run.h"
+#include "lab/simulate/command_simulate.h"
 
 namespace {
 
@@ -53,6 +54,9 @@ int run_command_line(int argc, char** argv) {
   check_command->footer(
       "Exit status: 0 nothing found, 1 warnings, 2 errors, 3 could not be checked.\n");
 
+  erps::lab::SimulateArguments simulate;
+  const CLI::App* simulate_command = erps::lab::add_simulate_command(app, simulate);
+
   std::string inside;
   CLI::App* exec_command =
       app.add_subcommand("exec", "Run a command inside a node of a network that is running");
@@ -75,6 +79,9 @@ int run_command_line(int argc, char** argv) {
   }
   if (check_command->parsed()) {
     return erps::lab::command_check(check);
+  }
+  if (simulate_command->parsed()) {
+    return erps::lab::command_simulate(simulate);
   }
   if (exec_command->parsed()) {
     return erps::lab::command_exec(inside, lab, exec_command->remaining());

@@ -15,7 +15,9 @@ FaultBoard::FaultBoard(Simulation& simulation, const Topology& topology)
     : simulation_(simulation),
       strands_(topology.links.size()),
       disturbances_(topology.links.size()),
-      crashes_(topology.nodes.size()) {
+      crashes_(topology.nodes.size()),
+      kills_(topology.nodes.size()),
+      slow_(topology.nodes.size()) {
   for (const LinkPlan& link : topology.links) {
     usual_.push_back(link.raps);
   }
@@ -45,6 +47,29 @@ void FaultBoard::change(const Fault& fault, bool begins) {
     case FaultKind::kCrash:
       if (turns(crashes_[fault.node], begins)) {
         begins ? simulation_.crash(fault.node) : simulation_.restart(fault.node);
+      }
+      break;
+    case FaultKind::kKill:
+      if (turns(kills_[fault.node], begins)) {
+        begins ? simulation_.kill_module(fault.node) : simulation_.start_module(fault.node);
+      }
+      break;
+    case FaultKind::kSlow:
+      if (turns(slow_[fault.node], begins)) {
+        simulation_.slow_down(fault.node, begins ? fault.factor : 1);
+      }
+      break;
+    case FaultKind::kStall:
+      if (begins) {
+        simulation_.stall(fault.node, fault.lasts_us);
+      }
+      break;
+    case FaultKind::kFailingCalls:
+      if (begins) {
+        simulation_.fail_call(fault.node, fault.call, 1, fault.times);
+      }
+      if (turns(failing_, begins) && !begins) {
+        simulation_.fail_calls(0);
       }
       break;
     case FaultKind::kForcedSwitch:

@@ -37,6 +37,9 @@ class FaultBoard {
   std::vector<RapsFaults> usual_;
   std::vector<size_t> disturbances_;
   std::vector<size_t> crashes_;
+  std::vector<size_t> kills_;
+  std::vector<size_t> slow_;
+  size_t failing_ = 0;
 };
 
 }  // namespace erps::sim

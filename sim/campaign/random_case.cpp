@@ -1,7 +1,8 @@
 #include "sim/campaign/random_case.h"
 
 #include <algorithm>
-#include <optional>
+#include <string>
+#include <vector>
 
 #include "sim/campaign/random_network.h"
 #include "sim/simulation.h"
@@ -11,6 +12,7 @@ namespace erps::sim {
 namespace {
 
 constexpr int64_t kMinuteUs = 60 * kSecondUs;
+constexpr int64_t kLongestStallUs = 2 * kSecondUs;
 // Each power of ten as likely as the next.
 int64_t of_any_size(Random& chance, std::initializer_list<int64_t> bounds) {
   const auto* low = bounds.begin() + chance.in({0, static_cast<int64_t>(bounds.size()) - 2});
@@ -67,7 +69,21 @@ class FaultDraw {
         fault.end = fault.kind == FaultKind::kCut ? 0 : index_in(2);
         break;
       case FaultKind::kCrash:
+      case FaultKind::kKill:
         fault.node = index_in(topology_.nodes.size());
+        break;
+      case FaultKind::kSlow:
+        fault.node = index_in(topology_.nodes.size());
+        fault.factor = static_cast<uint32_t>(chance_.in({2, 50}));
+        break;
+      case FaultKind::kStall:
+        fault.node = index_in(topology_.nodes.size());
+        fault.lasts_us = std::min(fault.lasts_us, kLongestStallUs);
+        break;
+      case FaultKind::kFailingCalls:
+        fault.node = index_in(topology_.nodes.size());
+        fault.call = pick(survivable_);
+        fault.times = static_cast<uint64_t>(chance_.in({1, 10}));
         break;
       case FaultKind::kForcedSwitch:
       case FaultKind::kManualSwitch: {
@@ -92,6 +108,9 @@ class FaultDraw {
 
   Random& chance_;
   const Topology& topology_;
+  // What fails in these is made up for by a repetition. A port that cannot be blocked, or a timer
+  // that cannot be had, stays as it is.
+  const std::vector<std::string> survivable_{"adp_transmit_frame", "adp_receive_frame"};
   std::vector<FaultKind> menu_;
   std::vector<RingPort> ring_ports_;
 };
@@ -119,7 +138,7 @@ Random chance_of(uint64_t seed, uint64_t number) {
 
 Case finish(Random& chance, Case drawn, uint64_t number) {
   drawn.title = "scenario " + std::to_string(number);
-  drawn.options.seed = chance.next();
+  drawn.options.seed = chance.next() >> 1U;  // a TOML integer, too
   drawn.scenario = random_scenario(chance, drawn.topology);
   return drawn;
 }

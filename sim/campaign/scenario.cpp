@@ -7,7 +7,8 @@ namespace erps::sim {
 namespace {
 
 constexpr std::array<const char*, kFaultKinds> kNames{
-    "cut", "one-way", "silent-one-way", "disturbance", "crash", "forced-switch", "manual-switch"};
+    "cut",  "one-way", "silent-one-way", "disturbance",   "crash",        "kill",
+    "slow", "stall",   "failing-calls",  "forced-switch", "manual-switch"};
 
 std::string strand_text(const Case& of, const Fault& fault) {
   const auto& ends = of.topology.links[fault.link].ends;
@@ -62,6 +63,15 @@ std::string fault_text(const Case& of, const Fault& fault) {
       return "disturb " + of.names.links[fault.link];
     case FaultKind::kCrash:
       return "crash " + of.names.nodes[fault.node];
+    case FaultKind::kKill:
+      return "kill the module of " + of.names.nodes[fault.node];
+    case FaultKind::kSlow:
+      return "slow " + of.names.nodes[fault.node] + " down by " + std::to_string(fault.factor);
+    case FaultKind::kStall:
+      return "stall " + of.names.nodes[fault.node];
+    case FaultKind::kFailingCalls:
+      return "fail " + fault.call + " at " + of.names.nodes[fault.node] + " " +
+             std::to_string(fault.times) + (fault.times == 1 ? " time" : " times");
     case FaultKind::kForcedSwitch:
       return "forced switch at " + port_text(of, fault) + on_ring(fault);
     case FaultKind::kManualSwitch:
@@ -81,6 +91,13 @@ std::string fault_end_text(const Case& of, const Fault& fault) {
       return "leave " + of.names.links[fault.link] + " alone";
     case FaultKind::kCrash:
       return "restart " + of.names.nodes[fault.node];
+    case FaultKind::kKill:
+      return "start the module of " + of.names.nodes[fault.node];
+    case FaultKind::kSlow:
+    case FaultKind::kStall:
+      return "let " + of.names.nodes[fault.node] + " run";
+    case FaultKind::kFailingCalls:
+      return "fail no more calls at " + of.names.nodes[fault.node];
     case FaultKind::kForcedSwitch:
     case FaultKind::kManualSwitch:
       return "clear at " + of.names.nodes[fault.node] + on_ring(fault);

@@ -20,11 +20,15 @@ enum class FaultKind : uint32_t {
   kOneWay,        // a strand, which takes the carrier of its far end away
   kSilentOneWay,  // a strand, and nobody sees it go
   kDisturbance,   // a link loses, duplicates and reorders R-APS frames
-  kCrash,         // a node, until it restarts
+  kCrash,         // a node, until it gets its power back
+  kKill,          // the module of a node, until it is started again; the switch goes on
+  kSlow,          // the processor of a node
+  kStall,         // the same, which stands still
+  kFailingCalls,  // calls of a node's module to its platform
   kForcedSwitch,  // an operator's, until it is cleared
   kManualSwitch,
 };
-inline constexpr size_t kFaultKinds = 7;
+inline constexpr size_t kFaultKinds = 11;
 
 // "cut", "one-way", ...
 const char* fault_kind_name(FaultKind kind);
@@ -33,12 +37,15 @@ struct Fault {
   FaultKind kind{};
   int64_t at_us = 0;
   int64_t lasts_us = 0;
-  LinkIndex link = 0;  // cut, one-way, silent one-way, disturbance
-  size_t end = 0;      // one-way: the strand leads away from ends[end] of the link
-  NodeIndex node = 0;  // crash, forced and manual switch
-  uint32_t ring = 0;   // forced and manual switch: of the ring with this ID
-  uint32_t port = 0;   // ... at this port
-  RapsFaults raps;     // disturbance
+  LinkIndex link = 0;   // cut, one-way, silent one-way, disturbance
+  size_t end = 0;       // one-way: the strand leads away from ends[end] of the link
+  NodeIndex node = 0;   // crash, kill, slow, stall, failing calls, forced and manual switch
+  uint32_t ring = 0;    // forced and manual switch: of the ring with this ID
+  uint32_t port = 0;    // ... at this port
+  RapsFaults raps;      // disturbance
+  uint32_t factor = 1;  // slow: so many times
+  std::string call;     // failing calls: its name, see Simulation::fail_call
+  uint64_t times = 0;   // ... and how many of them fail, if so many are made
 
   int64_t until_us() const { return at_us + lasts_us; }
 };
