@@ -350,6 +350,16 @@ TEST_F(ProtocolTimersTest, RefusedPostIsLoggedAndTheExpiryIsLost) {
   }
 }
 
+TEST_F(ProtocolTimersTest, ExpiryWhileThereIsNoQueueIsLoggedAndPostsNothing) {
+  erps_start_holdoff_timer(&ring->holdoff_timer);
+  erps_event_queue = nullptr;
+  platform.clear_journal();
+  pass_ms(1000);
+  EXPECT_EQ(logged(3, "\nerps timer tick send FAILED!\n"), 1);
+  EXPECT_THAT(platform.calls({"equeue_send_ucast"}), IsEmpty());
+  EXPECT_EQ(ring->holdoff_timer.active, 0);
+}
+
 TEST_F(ProtocolTimersTest, ExpiryActionsReturnZero) {
   EXPECT_EQ(erps_wtr_expire(&ring->wtr_timer), 0);
   EXPECT_EQ(erps_wtb_expire(&ring->wtb_timer), 0);
