@@ -7,6 +7,7 @@
 #include "lab/check/verdict.h"
 #include "lab/command_exec.h"
 #include "lab/command_run.h"
+#include "lab/explore/explore_options.h"
 #include "lab/simulate/command_simulate.h"
 
 namespace {
@@ -57,6 +58,9 @@ int run_command_line(int argc, char** argv) {
   erps::lab::SimulateArguments simulate;
   const CLI::App* simulate_command = erps::lab::add_simulate_command(app, simulate);
 
+  erps::lab::ExploreArguments explore;
+  const CLI::App* explore_command = erps::lab::add_explore_command(app, explore);
+
   std::string inside;
   CLI::App* exec_command =
       app.add_subcommand("exec", "Run a command inside a node of a network that is running");
@@ -82,6 +86,9 @@ int run_command_line(int argc, char** argv) {
   }
   if (simulate_command->parsed()) {
     return erps::lab::command_simulate(simulate);
+  }
+  if (explore_command->parsed()) {
+    return erps::lab::command_explore(explore);
   }
   if (exec_command->parsed()) {
     return erps::lab::command_exec(inside, lab, exec_command->remaining());

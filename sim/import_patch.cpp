@@ -115,7 +115,8 @@ bool names_a_symbol(uint32_t type) {
   return false;
 }
 
-void redirect(const link_map& object, const Tables& tables, const ElfW(Rela) & relocation) {
+void redirect(const link_map& object, const Tables& tables, const ElfW(Rela) & relocation,
+              ImportLookup supplied) {
   if (!names_a_symbol(ELF64_R_TYPE(relocation.r_info))) {
     return;
   }
@@ -131,7 +132,7 @@ void redirect(const link_map& object, const Tables& tables, const ElfW(Rela) & r
     }
     return;
   }
-  if (void* replacement = virtual_import(name); replacement != nullptr) {
+  if (void* replacement = supplied(name); replacement != nullptr) {
     *slot = reinterpret_cast<uintptr_t>(replacement);
   } else if (!is_allowed_import(name)) {
     throw SimError("the module imports " + name +
@@ -142,14 +143,14 @@ void redirect(const link_map& object, const Tables& tables, const ElfW(Rela) & r
 
 }  // namespace
 
-void redirect_imports(const link_map& object) {
+void redirect_imports(const link_map& object, ImportLookup supplied) {
   const Tables tables = read_tables(object);
   const WritableRelocations writable(object);
   for (size_t i = 0; i < tables.relocation_bytes / sizeof(ElfW(Rela)); ++i) {
-    redirect(object, tables, tables.relocations[i]);
+    redirect(object, tables, tables.relocations[i], supplied);
   }
   for (size_t i = 0; i < tables.jump_bytes / sizeof(ElfW(Rela)); ++i) {
-    redirect(object, tables, tables.jumps[i]);
+    redirect(object, tables, tables.jumps[i], supplied);
   }
 }
 

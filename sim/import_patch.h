@@ -3,10 +3,15 @@
 
 #include <link.h>
 
+#include <string_view>
+
 namespace erps::sim {
+
+// The function that an import of this name is led to, or null for one that stays as it is.
+using ImportLookup = void* (*)(std::string_view name);
 
 // Errors: SimError naming the import that is neither virtual nor allowed, a symbol that all copies
 // would share, or an export that another object has captured. Nothing is undone.
-void redirect_imports(const link_map& object);
+void redirect_imports(const link_map& object, ImportLookup supplied);
 
 }  // namespace erps::sim

@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 #include <link.h>
 
-#include "sim/import_patch.h"
 #include "sim/shared_code.h"
 #include "sim/sim_error.h"
 
@@ -13,7 +12,7 @@ void ModuleCopy::Unload::operator()(void* handle) const {
   dlclose(handle);
 }
 
-ModuleCopy::ModuleCopy(const std::string& module_path)
+ModuleCopy::ModuleCopy(const std::string& module_path, ImportLookup supplied)
     : file_(module_path), handle_(dlopen(file_.path().c_str(), RTLD_NOW | RTLD_LOCAL)) {
   if (handle_ == nullptr) {
     throw SimError("cannot load the module " + module_path + ": " + dlerror());
@@ -24,7 +23,7 @@ ModuleCopy::ModuleCopy(const std::string& module_path)
   }
   load_address_ = map->l_addr;
   share_code(*map, file_.common_file());
-  redirect_imports(*map);
+  redirect_imports(*map, supplied);
   init_ = find("erps_module_init");
   start_ = find("erps_module_start");
   stop_ = find("erps_module_stop");

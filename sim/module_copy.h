@@ -8,13 +8,16 @@
 #include <memory>
 #include <string>
 
+#include "sim/import_patch.h"
+#include "sim/import_table.h"
 #include "sim/module_files.h"
 
 namespace erps::sim {
 
 class ModuleCopy {
  public:
-  explicit ModuleCopy(const std::string& module_path);
+  // supplied: where its imports lead; those of a simulation unless told otherwise.
+  explicit ModuleCopy(const std::string& module_path, ImportLookup supplied = virtual_import);
   ~ModuleCopy();
   ModuleCopy(const ModuleCopy&) = delete;
   ModuleCopy& operator=(const ModuleCopy&) = delete;

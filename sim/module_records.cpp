@@ -93,6 +93,28 @@ RecordAddresses RecordAddresses::of(const ModuleCopy& module) {
   return {reinterpret_cast<const void*>(module.load_address() + found->second)};
 }
 
+void settle_times(const RecordAddresses& addresses, uint32_t seconds, bool expiry_waits) {
+  if (addresses.rings == nullptr) {
+    return;
+  }
+  for (ERPSM_T* ring = *static_cast<ERPSM_T* const*>(addresses.rings); ring != nullptr;
+       ring = ring->next) {
+    for (ERPS_TIMER_T* timer : {&ring->wtr_timer, &ring->wtb_timer, &ring->guard_timer,
+                                &ring->holdoff_timer, &ring->raps_timer}) {
+      if (timer->active == 1) {
+        timer->expire.seconds -= seconds;
+      } else {
+        timer->expire = {};
+      }
+      if (!expiry_waits) {
+        timer->request = 0;
+      }
+    }
+    ring->timer_start_time = 0;
+    ring->holdoff_start_time = 0;
+  }
+}
+
 void ModuleRecords::read_rings(std::vector<RingSnapshot>& rings) const {
   rings.clear();
   for (const ERPSM_T* ring = first_ring(addresses_); ring != nullptr; ring = ring->next) {

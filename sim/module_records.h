@@ -72,6 +72,12 @@ struct RecordAddresses {
   static RecordAddresses of(const ModuleCopy& module);
 };
 
+// For who exchanges the memory of a module: rewrites what the records remember of time as if all of
+// it had happened earlier by so many seconds. What is remembered but not looked at before it is
+// written again becomes zero, so that it cannot tell two states apart: the times of timers that do
+// not run and, unless an expiry waits to be handled, the requests that expiries made.
+void settle_times(const RecordAddresses& addresses, uint32_t seconds, bool expiry_waits);
+
 // What is compared to see that something has changed, cheap enough to be read after every event.
 struct RingWords {
   struct Timer {
