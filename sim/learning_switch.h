@@ -40,6 +40,13 @@ class LearningSwitch {
 
   // The ports that a data frame leaves through, having come in through one.
   std::vector<uint32_t> switch_frame(uint32_t in_port, const Frame& frame);
+  // visit(address, port, when it was last seen); old ones, which are not used any more, included.
+  template <typename Visit>
+  void for_each_learnt(Visit visit) const {
+    for (const auto& [address, learnt] : learnt_) {
+      visit(address, learnt.port, learnt.seen_us);
+    }
+  }
   uint32_t ports() const { return static_cast<uint32_t>(ports_.size() - 1); }
 
  private:

@@ -122,6 +122,7 @@ class Simulation {
   ModuleRecords records(NodeIndex node) { return nodes_.at(node)->records(); }
   // How many blocks of memory a node's module has allocated and not released.
   size_t memory_blocks(NodeIndex node) const { return nodes_.at(node)->heap.blocks(); }
+  const LearningSwitch& fabric(NodeIndex node) const { return nodes_.at(node)->fabric; }
   uint64_t trace_hash() const { return world_.trace_hash(); }
   const Timing& timing() const { return world_.timing; }
   uint64_t seed() const { return world_.options.seed; }

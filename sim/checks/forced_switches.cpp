@@ -55,7 +55,8 @@ void ForcedSwitches::on_step(const Step& step) {
     }
     const bool own = ring->local_priority == kFs;
     // The ends of a link that failed stay blocked when it is back, as long as a switch is in force.
-    const bool blocks = ring->state == kForced && !own && has_block(*ring);
+    const bool blocks =
+        ring->state == kForced && !own && (has_block(*ring) || has_failed_link(*ring));
     failed = failed || has_failed_link(*ring) || blocks;
     switches += own && ring->state == kForced ? 1 : 0;
     left += blocks ? 1 : 0;

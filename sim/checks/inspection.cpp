@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "sim/checks/address_checker.h"
 #include "sim/checks/convergence.h"
 #include "sim/checks/frame_checker.h"
 #include "sim/checks/loop_checker.h"
@@ -32,12 +33,14 @@ struct Inspection::Checkers {
         states(simulation.topology()),
         frames(simulation.topology()),
         timers(simulation.topology(), watch),
+        addresses(simulation, bounds.repeat_us),
         partitions(bounds, mishaps, forced) {
     watch.add(mishaps);
     watch.add(forced);
     watch.add(stuck);
     watch.add(states);
     watch.add(timers);
+    watch.add(addresses);
   }
 
   const Bounds bounds;
@@ -48,15 +51,18 @@ struct Inspection::Checkers {
   StateChecker states;
   FrameChecker frames;
   TimerChecker timers;
+  AddressChecker addresses;
   PartitionJudge partitions;
   LoopChecker loops;
   std::vector<Finding> home;
 
   // In the order in which they observe: the watch tells the others.
   std::vector<Observer*> observers() {
-    return {&watch, &mishaps, &stuck, &frames, &timers, &partitions, &loops};
+    return {&watch, &mishaps, &stuck, &frames, &timers, &addresses, &partitions, &loops};
   }
-  std::vector<Checker*> all() { return {&states, &frames, &timers, &partitions}; }
+  std::vector<Checker*> all() {
+    return {&states, &frames, &timers, &addresses, &addresses, &partitions};
+  }
 };
 
 Inspection::Inspection(Simulation& simulation)

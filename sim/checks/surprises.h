@@ -32,6 +32,12 @@ inline constexpr char kManualOutlives[] = "manual switch outlives what took over
 inline constexpr char kNoNr[] = "node that heard no R-APS(NR)";
 // The owner came to pending without a blocked port of its own to clear: it waits for nothing.
 inline constexpr char kNobodyWaits[] = "owner pending without WTR or WTB";
+// A message flushes the port that it comes in through; what was learnt at the other one stays.
+inline constexpr char kOnePortFlushed[] = "flush of one port only";
+// The last node ID and blocked port reference again, or the DNF bit: no flush.
+inline constexpr char kKnownSender[] = "message of a known sender flushes nothing";
+// A node whose first ring port has failed neither blocks nor flushes the second one when it fails.
+inline constexpr char kSecondFailure[] = "second failure at a node changes nothing";
 inline constexpr char kStalled[] = "node without its processor";
 
 }  // namespace erps::sim::surprise

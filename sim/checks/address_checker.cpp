@@ -1,0 +1,140 @@
+#include "sim/checks/address_checker.h"
+
+#include <set>
+
+#include "sim/checks/graph.h"
+#include "sim/checks/surprises.h"
+
+namespace erps::sim {
+
+AddressChecker::AddressChecker(Simulation& simulation, int64_t settled_us)
+    : simulation_(simulation),
+      settled_us_(settled_us),
+      flushed_us_(simulation.topology().nodes.size()),
+      known_us_(simulation.topology().nodes.size(), -1) {
+  for (NodeIndex node = 0; node < simulation.topology().nodes.size(); ++node) {
+    stations_.emplace(simulation.topology().nodes[node].address, node);
+  }
+}
+
+void AddressChecker::on_record(const Record& record) {
+  if (record.kind == RecordKind::kFlush) {
+    flushed_us_[record.node][record.port] = record.time_us;
+  }
+}
+
+// The same node ID and blocked port reference as the last time, or the word not to flush.
+void AddressChecker::on_step(const Step& step) {
+  if (step.cause != Step::Cause::kFrame || step.before == nullptr ||
+      (step.before->ring & 0xFFU) != step.message.ring()) {
+    return;
+  }
+  constexpr uint32_t kBpr = 0x20;
+  for (const PortSnapshot& port : step.before->ports) {
+    const bool same =
+        port.present && port.port == step.port &&
+        (uint32_t{port.rx_node_id[4]} << 8U | port.rx_node_id[5]) == step.message.node &&
+        (port.rx_bpr != 0) == ((step.message.summary & kBpr) != 0);
+    if (same || step.message.dnf()) {
+      known_us_[step.node] = step.from_us;
+    }
+  }
+}
+
+// A node flushes the port where a message came in, and only when it is news; of two failed ports it
+// reports and flushes the first.
+const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t seen_us) const {
+  for (const auto& [flushed, time_us] : flushed_us_[node]) {
+    if (flushed != port && time_us >= seen_us) {
+      return surprise::kOnePortFlushed;
+    }
+  }
+  if (known_us_[node] >= seen_us) {
+    return surprise::kKnownSender;
+  }
+  for (const RingSnapshot& ring : simulation_.records(node).rings()) {
+    for (const PortSnapshot& at : ring.ports) {
+      if (at.port == port && at.present && !at.link_up && at.forwarding) {
+        return surprise::kSecondFailure;
+      }
+    }
+  }
+  return "";
+}
+
+void AddressChecker::on_forwarding(int64_t time_us, const Forwarding& forwarding) {
+  if (!before_.arcs.empty() && time_us - since_us_ >= settled_us_) {
+    look(time_us, findings_);
+  }
+  before_ = forwarding;
+  since_us_ = time_us;
+}
+
+std::vector<bool> AddressChecker::beyond(NodeIndex node, size_t arc) const {
+  std::vector<bool> reached(before_.powered.size());
+  std::vector<NodeIndex> waiting;
+  const auto reach = [&](NodeIndex next) {
+    if (next != node && !reached[next]) {
+      reached[next] = true;
+      waiting.push_back(next);
+    }
+  };
+  reach(before_.arcs[arc].to);
+  while (!waiting.empty()) {
+    const NodeIndex at = waiting.back();
+    waiting.pop_back();
+    for (const Arc& next : before_.arcs) {
+      if (next.from == at && next.forwards) {
+        reach(next.to);
+      }
+    }
+  }
+  return reached;
+}
+
+void AddressChecker::look(int64_t now_us, FindingList& into) const {
+  if (has_loop(before_)) {
+    return;
+  }
+  const Topology& topology = simulation_.topology();
+  const int64_t age_us = simulation_.timing().address_age_us;
+  for (NodeIndex node = 0; node < topology.nodes.size(); ++node) {
+    std::set<std::string> told;
+    std::map<uint32_t, std::vector<bool>> reached;  // by port
+    for (size_t arc = 0; arc < before_.arcs.size(); ++arc) {
+      const Arc& out = before_.arcs[arc];
+      if (out.from == node && out.forwards) {
+        const LinkPlan& link = topology.links[out.link];
+        reached[link.ends[arc % 2].port] = beyond(node, arc);
+      }
+    }
+    simulation_.fabric(node).for_each_learnt(
+        [&](const MacAddress& address, uint32_t port, int64_t seen_us) {
+          const auto station = stations_.find(address);
+          if (port == kHostPort || station == stations_.end() || now_us - seen_us >= age_us) {
+            return;
+          }
+          const NodeIndex target = station->second;
+          const auto through = reached.find(port);
+          const bool right = through != reached.end() && through->second[target];
+          for (const auto& [other, nodes] : reached) {
+            if (!right && nodes[target] && told.insert(surprise_of(node, port, seen_us)).second) {
+              into.add({"learnt address", since_us_, now_us, node,
+                        topology.nodes[target].name + " was learnt at port " +
+                            std::to_string(port) + " and is behind port " + std::to_string(other),
+                        surprise_of(node, port, seen_us)});
+            }
+          }
+        });
+  }
+}
+
+void AddressChecker::collect(int64_t now_us, std::vector<Finding>& findings) {
+  FindingList late = findings_;
+  if (now_us - since_us_ >= settled_us_) {
+    look(now_us, late);
+  }
+  late.append_to(findings);
+}
+
+}  // namespace erps::sim

@@ -1,0 +1,42 @@
+// Checks that no switch keeps an address that points away from its station: what the flush of ITU-T
+// G.8032 clause 10.1.10 is for.
+//
+// It looks when the network has forwarded the same way for so long that every message that asks for
+// a flush, repeated ones too, must have been heard.
+#pragma once
+
+#include <map>
+#include <vector>
+
+#include "sim/checks/checker.h"
+#include "sim/checks/ring_watch.h"
+#include "sim/simulation.h"
+
+namespace erps::sim {
+
+class AddressChecker final : public Checker, public Observer, public StepListener {
+ public:
+  AddressChecker(Simulation& simulation, int64_t settled_us);
+
+  void on_record(const Record& record) override;
+  void on_step(const Step& step) override;
+  void on_forwarding(int64_t time_us, const Forwarding& forwarding) override;
+  void collect(int64_t now_us, std::vector<Finding>& findings) override;
+
+ private:
+  void look(int64_t now_us, FindingList& into) const;
+  const char* surprise_of(NodeIndex node, uint32_t port, int64_t seen_us) const;
+  // Numbers the nodes that frames reach from a node, having left it through one link.
+  std::vector<bool> beyond(NodeIndex node, size_t arc) const;
+
+  Simulation& simulation_;
+  const int64_t settled_us_;
+  std::map<MacAddress, NodeIndex> stations_;
+  std::vector<std::map<uint32_t, int64_t>> flushed_us_;  // by node and port, when last
+  std::vector<int64_t> known_us_;  // by node, when a message last flushed nothing, being known
+  Forwarding before_;              // as it has been since
+  int64_t since_us_ = 0;
+  FindingList findings_;
+};
+
+}  // namespace erps::sim
