@@ -83,12 +83,13 @@ struct Client::Request {
 // A request on the queue: taken off again unless it was answered.
 class Client::Ticket {
  public:
-  Ticket(Client& client, const ManagementQueue& queue, const Request& request)
+  Ticket(Client& client, const ManagementQueue& queue, const Request& request,
+         Clock::time_point deadline)
       : client_(client), queue_(queue), type_(fresh_type()) {
     QueuedMessage message;
     message.type = type_;
     memcpy(message.text, &request.text, sizeof request.text);
-    queue_.put(message, sizeof request.text);
+    queue_.put(message, sizeof request.text, deadline);
   }
   ~Ticket() {
     if (!answered_ && !withdraw()) {
@@ -149,11 +150,11 @@ void Client::discard_late_replies(const ManagementQueue& queue) noexcept {
 Client::Reply Client::ask(const Request& request) {
   const ManagementQueue queue;
   discard_late_replies(queue);
-  Ticket ticket(*this, queue, request);
-  announce_request(ticket.type());
+  const Clock::time_point deadline = Clock::now() + timeout_;
+  Ticket ticket(*this, queue, request, deadline);
+  announce_request(ticket.type(), deadline);
 
   const long type = reply_type_of(ticket.type());
-  const Clock::time_point deadline = Clock::now() + timeout_;
   std::chrono::nanoseconds pause = kFirstPause;
   Reply reply;
   while (!queue.take(type, &reply.message, &reply.length)) {

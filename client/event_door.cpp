@@ -5,8 +5,10 @@
 #include <mqueue.h>
 #include <string.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 
 #include "client/error.h"
@@ -21,7 +23,7 @@ namespace {
 
 class OpenDoor {
  public:
-  OpenDoor() : queue_(mq_open(mgmt::kEventQueueName, O_WRONLY | O_NONBLOCK | O_CLOEXEC)) {
+  OpenDoor() : queue_(mq_open(mgmt::kEventQueueName, O_WRONLY | O_CLOEXEC)) {
     if (queue_ != static_cast<mqd_t>(-1)) {
       return;
     }
@@ -47,9 +49,20 @@ class OpenDoor {
   mqd_t queue_;
 };
 
+// The same moment on the clock that mq_timedsend waits by.
+timespec wall_time(std::chrono::steady_clock::time_point moment) {
+  using std::chrono::nanoseconds;
+  const auto ahead = std::max(moment - std::chrono::steady_clock::now(), nanoseconds(0));
+  timespec time{};
+  clock_gettime(CLOCK_REALTIME, &time);
+  constexpr int64_t kSecondNs = 1'000'000'000;
+  const int64_t nanos = time.tv_nsec + nanoseconds(ahead).count();
+  return {.tv_sec = time.tv_sec + nanos / kSecondNs, .tv_nsec = nanos % kSecondNs};
+}
+
 }  // namespace
 
-void announce_request(long message_type) {
+void announce_request(long message_type, std::chrono::steady_clock::time_point deadline) {
   const OpenDoor door;
   ERPS_EVENT_MSG_T event = {};
   event.event_class = mgmt::kEventClass;
@@ -59,14 +72,15 @@ void announce_request(long message_type) {
 
   char bytes[sizeof event];
   memcpy(bytes, &event, sizeof event);
-  while (mq_send(door.get(), bytes, sizeof bytes, 0) != 0) {
+  const timespec until = wall_time(deadline);
+  while (mq_timedsend(door.get(), bytes, sizeof bytes, 0, &until) != 0) {
     if (errno == EINTR) {
       continue;
     }
-    if (errno == EAGAIN) {
-      throw ClientError(ErrorKind::kDoorFull, std::string("the event queue ") +
-                                                  mgmt::kEventQueueName +
-                                                  " is full: the module does not take its events");
+    if (errno == ETIMEDOUT) {
+      throw ClientError(ErrorKind::kDoorFull,
+                        std::string("the event queue ") + mgmt::kEventQueueName +
+                            " stays full: the module does not take its events");
     }
     throw_system_error(std::string("announcing a request on ") + mgmt::kEventQueueName, errno);
   }

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <time.h>
 
 #include <string>
 
@@ -13,6 +14,8 @@ namespace erps::client {
 namespace {
 
 constexpr int kReadWrite = 0600;  // what msgget checks the permission of; it creates nothing
+
+constexpr timespec kPause{0, 500'000};  // between looks at a full queue
 
 std::string queue_name() {
   return "the management queue (key " + std::to_string(mgmt::kQueueKey) + ")";
@@ -39,14 +42,19 @@ ManagementQueue::ManagementQueue() : id_(msgget(mgmt::kQueueKey, kReadWrite)) {
   }
 }
 
-void ManagementQueue::put(const QueuedMessage& message, size_t length) const {
+void ManagementQueue::put(const QueuedMessage& message, size_t length,
+                          std::chrono::steady_clock::time_point deadline) const {
   while (msgsnd(id_, &message, length, IPC_NOWAIT) != 0) {
     switch (errno) {
       case EINTR:
         continue;
       case EAGAIN:
+        if (std::chrono::steady_clock::now() < deadline) {
+          nanosleep(&kPause, nullptr);
+          continue;
+        }
         throw ClientError(ErrorKind::kQueueFull,
-                          queue_name() + " is full: the module does not take its requests");
+                          queue_name() + " stays full: the module does not take its requests");
       case EIDRM:
       case EINVAL:
         throw_stopped();

@@ -2,11 +2,13 @@
 // the daemon.
 //
 // Threading: any thread; holds nothing but the queue's number. Errors: ClientError. Logs nothing.
-// No call blocks.
+// Only put() waits, and only while the queue is full.
 #pragma once
 
 #include <stddef.h>
 #include <stdint.h>
+
+#include <chrono>
 
 #include "erps/mgmt/message.h"
 
@@ -23,8 +25,10 @@ class ManagementQueue {
   // Opens the queue. Throws kNoDaemon, kPermission or kSystem.
   ManagementQueue();
 
-  // Puts one request of `length` text bytes. Throws kQueueFull, kDaemonStopped or kSystem.
-  void put(const QueuedMessage& message, size_t length) const;
+  // Puts one request of `length` text bytes, waiting until the deadline while the queue is full.
+  // Throws kQueueFull, kDaemonStopped or kSystem.
+  void put(const QueuedMessage& message, size_t length,
+           std::chrono::steady_clock::time_point deadline) const;
 
   // Takes the first message of a type if one is there: true with its text and length.
   // Throws kDaemonStopped, kMalformedReply (longer than any reply; it is taken off) or kSystem.
