@@ -1,0 +1,131 @@
+// A ring of four bridges whose RPL owner n1 is flooded with R-APS frames by both of its neighbours,
+// 100,000 a second, while a link is cut and restored under traffic.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/lab/lab_process.h"
+#include "tests/lab/topology_text.h"
+
+namespace erps::lab::testing {
+namespace {
+
+using std::chrono::seconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr seconds kLongestRun{150};
+constexpr seconds kLongestCommand{20};
+constexpr double kFloodPerSecond = 100'000;
+// The machine shares its processors between the floods, four nodes and the traffic.
+constexpr double kLeastPerSecond = 50'000;
+
+// Whatever n1 has to hear of the failure comes through a flood.
+constexpr const char* kScript =
+    "[expect]\ncut_outage_ms = 50\nduplicates = 0\n"
+    "[[step]]\nwait_ms = 2000\n"
+    "[[step]]\ncut = \"n2-n3\"\n"
+    "[[step]]\nrestore = \"n2-n3\"\n";
+
+constexpr const char* kStranger = "02:66:66:66:66:66";
+
+class FrameFlood : public ::testing::Test {
+ protected:
+  void start(const std::string& script) {
+    const std::string path = directory_.write("ring.toml", four_nodes() + ring_of_four() + script);
+    lab_ = std::make_unique<LabProcess>(std::vector<std::string>{
+        lab_path(), "run", path, "--keep-going", "--logs", directory_.path() + "/logs", "--erpsd",
+        daemon_path(), "--module", module_path()});
+    await("\nstart\n");
+  }
+
+  // Waits until the laboratory has printed this.
+  void await(const std::string& text) {
+    const auto deadline = Clock::now() + kLongestRun;
+    while (lab_->out_so_far().find(text) == std::string::npos) {
+      ASSERT_LT(Clock::now(), deadline) << lab_->out_so_far() << lab_->err_so_far();
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+  }
+
+  std::vector<std::string> inside(const std::string& node,
+                                  const std::vector<std::string>& command) const {
+    std::vector<std::string> arguments = {lab_path(), "exec", "--lab", std::to_string(lab_->pid()),
+                                          node};
+    arguments.insert(arguments.end(), command.begin(), command.end());
+    return arguments;
+  }
+
+  // n2 and n4 flood n1 for so long.
+  void flood(const std::string& kind, const std::string& source, int for_seconds) {
+    for (const auto& [node, port] : {std::pair("n2", "p1"), std::pair("n4", "p2")}) {
+      floods_.push_back(std::make_unique<LabProcess>(
+          inside(node, {RAPS_FLOOD, port, kind, source, std::to_string(kFloodPerSecond / 2),
+                        std::to_string(for_seconds)})));
+    }
+  }
+
+  bool flooded() const {
+    return std::all_of(floods_.begin(), floods_.end(),
+                       [](const auto& flood) { return !flood->processes().empty(); });
+  }
+
+  // Waits for the end of the floods: they were some.
+  void expect_flooded() {
+    double per_second = 0;
+    for (const auto& flood : floods_) {
+      const LabResult result = flood->wait(kLongestCommand);
+      unsigned long long frames = 0;
+      double time_s = 0;
+      ASSERT_EQ(std::sscanf(result.out.c_str(), "sent %llu frames in %lf s", &frames, &time_s), 2)
+          << result.out << result.err;
+      per_second += static_cast<double>(frames) / time_s;
+    }
+    EXPECT_GE(per_second, kLeastPerSecond);
+    std::printf("%.0f frames a second\n", per_second);
+  }
+
+  // How long the node takes to show its rings.
+  std::chrono::duration<double> time_of_answer(const std::string& node) const {
+    const auto asked = Clock::now();
+    const LabResult result = LabProcess(inside(node, {"erpsctl", "show"})).wait(kLongestCommand);
+    EXPECT_EQ(result.status, 0) << result.err;
+    return Clock::now() - asked;
+  }
+
+  TemporaryDirectory directory_;
+  std::unique_ptr<LabProcess> lab_;
+  std::vector<std::unique_ptr<LabProcess>> floods_;
+};
+
+class FrameFloodOfKind : public FrameFlood,
+                         public ::testing::WithParamInterface<std::pair<const char*, const char*>> {
+};
+
+TEST_P(FrameFloodOfKind, LinkIsProtectedInTimeAndManagementAnswers) {
+  ASSERT_NO_FATAL_FAILURE(start(kScript));
+  flood(GetParam().first, GetParam().second, 8);
+  for (const char* node : {"n1", "n2", "n1"}) {
+    EXPECT_LT(time_of_answer(node).count(), 1.0) << node;
+  }
+  ASSERT_NO_FATAL_FAILURE(await("  cut n2-n3\n"));
+  EXPECT_TRUE(flooded()) << "the flood ended before the cut";
+  expect_flooded();
+  const LabResult result = lab_->wait(kLongestRun);
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, FrameFloodOfKind,
+                         ::testing::Values(std::pair("foreign", kStranger),
+                                           std::pair("malformed", kStranger),
+                                           // n1's own address
+                                           std::pair("normal", "02:00:00:00:00:01")),
+                         [](const auto& kind) { return std::string(kind.param.first); });
+
+}  // namespace
+}  // namespace erps::lab::testing

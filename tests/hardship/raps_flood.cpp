@@ -1,0 +1,131 @@
+// Sends R-APS frames out of an interface as fast as it is told, as a hostile or mad neighbour
+// would.
+//
+//   raps_flood INTERFACE KIND SOURCE FRAMES-A-SECOND SECONDS
+//
+// KIND: normal (NR of ring 1, VLAN 100), foreign (the same of ring 7), malformed (behind the
+// addresses, bytes and lengths of all sorts). Ends with one line "sent N frames in S s".
+#include <arpa/inet.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Bytes = std::vector<uint8_t>;
+
+constexpr size_t kBatch = 64;
+
+struct Order {
+  std::string interface, kind;
+  std::array<uint8_t, 6> source{};
+  double per_second = 0;
+  double seconds = 0;
+};
+
+Bytes frame_of_ring(const Order& order, uint8_t ring) {
+  Bytes frame = {0x01, 0x19, 0xA7, 0x00, 0x00, ring};
+  frame.insert(frame.end(), order.source.begin(), order.source.end());
+  frame.insert(frame.end(), {0x81, 0x00, 0xE0, 100, 0x89, 0x02, 0x01, 40, 0, 32, 0, 0});
+  frame.insert(frame.end(), order.source.begin(), order.source.end());
+  frame.resize(frame.size() + 25);  // reserved, end TLV
+  return frame;
+}
+
+// Deterministic, so that a failure can be had again.
+std::vector<Bytes> malformed_frames(const Order& order) {
+  std::mt19937 random(1);
+  std::vector<Bytes> frames;
+  for (size_t i = 0; i < kBatch; ++i) {
+    Bytes frame = frame_of_ring(order, 1);
+    for (size_t at = 18; at < frame.size(); ++at) {
+      frame[at] = static_cast<uint8_t>(random());
+    }
+    frame.resize(18 + random() % 1000, static_cast<uint8_t>(random()));
+    frames.push_back(frame);
+  }
+  return frames;
+}
+
+std::vector<Bytes> frames_of(const Order& order) {
+  if (order.kind == "malformed") {
+    return malformed_frames(order);
+  }
+  return std::vector<Bytes>(kBatch, frame_of_ring(order, order.kind == "foreign" ? 7 : 1));
+}
+
+int fail(const char* what) {
+  std::perror(what);
+  return 1;
+}
+
+int flood(const Order& order) {
+  const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+  sockaddr_ll address{};
+  address.sll_family = AF_PACKET;
+  address.sll_ifindex = static_cast<int>(if_nametoindex(order.interface.c_str()));
+  if (fd < 0 || address.sll_ifindex == 0 ||
+      bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    return fail(order.interface.c_str());
+  }
+  const int bypass = 1;
+  setsockopt(fd, SOL_PACKET, PACKET_QDISC_BYPASS, &bypass, sizeof bypass);
+
+  std::vector<Bytes> frames = frames_of(order);
+  std::array<iovec, kBatch> vectors{};
+  std::array<mmsghdr, kBatch> messages{};
+  for (size_t i = 0; i < kBatch; ++i) {
+    vectors[i] = {frames[i].data(), frames[i].size()};
+    messages[i].msg_hdr.msg_iov = &vectors[i];
+    messages[i].msg_hdr.msg_iovlen = 1;
+  }
+  const Clock::time_point start = Clock::now();
+  const auto elapsed_s = [&] {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+  };
+  uint64_t sent = 0;
+  for (double now_s = 0; now_s < order.seconds; now_s = elapsed_s()) {
+    if (static_cast<double>(sent) >= now_s * order.per_second) {
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+      continue;
+    }
+    const int count = sendmmsg(fd, messages.data(), kBatch, 0);
+    if (count < 0 && errno != ENOBUFS && errno != ENETDOWN) {
+      return fail("sendmmsg");
+    }
+    sent += count > 0 ? static_cast<uint64_t>(count) : 0;
+  }
+  std::printf("sent %llu frames in %.3f s\n", static_cast<unsigned long long>(sent), elapsed_s());
+  close(fd);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Order order;
+  if (argc != 6 ||
+      std::sscanf(argv[3], "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &order.source[0], &order.source[1],
+                  &order.source[2], &order.source[3], &order.source[4], &order.source[5]) != 6) {
+    std::fprintf(stderr, "usage: raps_flood INTERFACE KIND SOURCE FRAMES-A-SECOND SECONDS\n");
+    return 2;
+  }
+  order.interface = argv[1];
+  order.kind = argv[2];
+  order.per_second = std::atof(argv[4]);
+  order.seconds = std::atof(argv[5]);
+  return flood(order);
+}
