@@ -65,7 +65,7 @@ class Reader {
   void add(const std::string& text, bool first) {
     std::vector<ScenarioPart>& parts = scenarios_.back().parts;
     if (keyword_ == "then") {
-      if (parts.empty() || (first && parts.back().then_line != 0)) {
+      if (parts.empty() || !parts.back().observed || (first && parts.back().then_line != 0)) {
         fail("then without when");
       }
       if (first) {

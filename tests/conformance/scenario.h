@@ -15,7 +15,7 @@
 //          platform, errors and notices are all to be named; debug lines may be left out unless one
 //          line says "every log line". "nothing" stands for no effect. "ring N is ..." asks what
 //          management reads of the ring then.
-// The steps are listed in stage.cpp, the effects in effects.h. "#" begins a comment line.
+// The steps are listed in stage.h, the effects in effects.h. "#" begins a comment line.
 #pragma once
 
 #include <string>

@@ -30,7 +30,8 @@ namespace erps::test {
 //   wait 5s, wait 300ms           the timer task walks once a second, or at the end
 //   hold events, handle events    posted events wait until told; otherwise they are handled at once
 //   broken X, mended X            state N, ask N, flush, transmit, link N, nic, reception, queue,
-//                                 reply, capture, memory N (the n-th allocation from now)
+//                                 reply, capture, task NAME, memory N (the n-th allocation
+//                                 from now)
 //   switch says 1 is 4            what asking for a port's state gives, whatever was set
 //   nic is MAC
 //   start module, stop module, exit module, init module
