@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "sim/race_detector.h"
+
 namespace erps::sim {
 
 namespace {
@@ -23,6 +25,7 @@ void EventQueue::close() {
 }
 
 void EventQueue::wake_receiver() {
+  races::release(this);
   if (receiver_ != nullptr) {
     receiver_->wake_after(pace_.wakeup_us());
     receiver_ = nullptr;
@@ -106,6 +109,7 @@ bool EventQueue::receive(ERPS_EVENT_MSG_T& event, Task& receiver) {
       return false;
     }
     if (take(event)) {
+      races::acquire(this);
       return true;
     }
     receiver_ = &receiver;

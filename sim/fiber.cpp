@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "sim/race_detector.h"
 #include "sim/sim_error.h"
 
 #if defined(__has_feature)
@@ -81,6 +82,39 @@ void leave_stack(void**, const void*, size_t) {}
 void arrive_on_stack(void*, const void**, size_t*) {}
 #endif
 
+#if ERPS_THREAD_SANITIZER
+void* make_thread() {
+  return __tsan_create_fiber(0);
+}
+void* present_thread() {
+  return __tsan_get_current_fiber();
+}
+void become_thread(void* thread) {
+  __tsan_switch_to_fiber(thread, __tsan_switch_to_fiber_no_sync);
+}
+// Whatever it has done lies behind whoever drops it. It waits in the simulator's code, if at all.
+void drop_thread(void* thread, bool waits) {
+  void* const present = present_thread();
+  become_thread(thread);
+  if (waits) {
+    races::end_own_code();
+  }
+  __tsan_release(thread);
+  become_thread(present);
+  __tsan_acquire(thread);
+  __tsan_destroy_fiber(thread);
+}
+#else
+void* make_thread() {
+  return nullptr;
+}
+void* present_thread() {
+  return nullptr;
+}
+void become_thread(void*) {}
+void drop_thread(void*, bool) {}
+#endif
+
 _Unwind_Reason_Code keep_unwinding(int, _Unwind_Action actions, _Unwind_Exception_Class,
                                    _Unwind_Exception*, _Unwind_Context*, void*) {
   if ((actions & _UA_END_OF_STACK) != 0) {
@@ -91,7 +125,8 @@ _Unwind_Reason_Code keep_unwinding(int, _Unwind_Action actions, _Unwind_Exceptio
 
 }  // namespace
 
-Fiber::Fiber(std::function<void()> body) : body_(std::move(body)), stack_(stack_pool().take()) {
+Fiber::Fiber(std::function<void()> body)
+    : body_(std::move(body)), stack_(stack_pool().take()), inside_thread_(make_thread()) {
   inside_ = context::make_fcontext(stack_ + kStackBytes, kStackBytes, [](context::transfer_t from) {
     auto* fiber = static_cast<Fiber*>(from.data);
     fiber->outside_ = from.fctx;
@@ -100,24 +135,30 @@ Fiber::Fiber(std::function<void()> body) : body_(std::move(body)), stack_(stack_
 }
 
 Fiber::~Fiber() {
+  drop_thread(inside_thread_, started_ && !finished_);
   stack_pool().give_back(stack_);
 }
 
 void Fiber::enter(void* self) {
   auto* fiber = static_cast<Fiber*>(self);
   arrive_on_stack(nullptr, &fiber->outside_stack_, &fiber->outside_size_);
+  fiber->started_ = true;
   try {
+    const races::OwnCode own_code;
     fiber->body_();
   } catch (const abi::__forced_unwind&) {  // unwind(): it ends here
   }
   fiber->finished_ = true;
   leave_stack(nullptr, fiber->outside_stack_, fiber->outside_size_);
+  become_thread(fiber->outside_thread_);
   context::jump_fcontext(fiber->outside_, nullptr);
   std::abort();
 }
 
 void Fiber::resume() {
   leave_stack(&outside_shadow_, stack_, kStackBytes);
+  outside_thread_ = present_thread();
+  become_thread(inside_thread_);
   const context::transfer_t back = context::jump_fcontext(inside_, this);
   arrive_on_stack(outside_shadow_, nullptr, nullptr);
   inside_ = back.fctx;
@@ -125,6 +166,7 @@ void Fiber::resume() {
 
 void Fiber::suspend() {
   leave_stack(&inside_shadow_, outside_stack_, outside_size_);
+  become_thread(outside_thread_);
   const context::transfer_t back = context::jump_fcontext(outside_, nullptr);
   outside_ = back.fctx;
   arrive_on_stack(inside_shadow_, &outside_stack_, &outside_size_);

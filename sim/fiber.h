@@ -37,6 +37,7 @@ class Fiber {
   std::byte* stack_ = nullptr;
   void* inside_ = nullptr;   // where the fiber goes on
   void* outside_ = nullptr;  // where its resumer goes on
+  bool started_ = false;
   bool finished_ = false;
   _Unwind_Exception unwinding_{};
   // What AddressSanitizer wants to know of the stacks.
@@ -44,6 +45,9 @@ class Fiber {
   void* outside_shadow_ = nullptr;
   const void* outside_stack_ = nullptr;
   size_t outside_size_ = 0;
+  // What ThreadSanitizer takes for threads.
+  void* inside_thread_ = nullptr;
+  void* outside_thread_ = nullptr;
 };
 
 }  // namespace erps::sim

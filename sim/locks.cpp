@@ -1,5 +1,7 @@
 #include "sim/locks.h"
 
+#include "sim/race_detector.h"
+
 namespace erps::sim {
 
 Locks::Mutex& Locks::find(const void* address) {
@@ -28,6 +30,7 @@ void Locks::lock(const void* address, Task& task) {
     std::erase(mutex.waiting, &task);
   }
   mutex.owner = &task;
+  races::acquire(&mutex);
 }
 
 void Locks::unlock(const void* address, Task& task) {
@@ -36,6 +39,7 @@ void Locks::unlock(const void* address, Task& task) {
     world_.report(task.name() + " releases a lock that it does not hold");
     return;
   }
+  races::release(&mutex);
   mutex.owner = nullptr;
   if (!mutex.waiting.empty()) {
     mutex.waiting.front()->wake_after(pace_.wakeup_us());

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "sim/race_detector.h"
+
 namespace erps::sim {
 
 namespace {
@@ -276,8 +278,11 @@ int Node::start_task(erps_task_desc& description) {
     world.report(plan.name + " starts a task that runs already");
     return -1;
   }
-  if (description.init != nullptr && description.init(&description) < 0) {
-    return -1;
+  if (description.init != nullptr) {
+    const races::ModuleCode module_code;
+    if (description.init(&description) < 0) {
+      return -1;
+    }
   }
   Task& creator = *Task::running();
   Started* started = started_.emplace_back(std::make_unique<Started>()).get();
@@ -292,9 +297,11 @@ int Node::start_task(erps_task_desc& description) {
         node.locks.check_none_held(*started.task, "ends");
         node.world.record(node.index, RecordKind::kTaskEnded, 0,
                           static_cast<uint32_t>(started.task->id()), static_cast<uint32_t>(result));
+        races::release(started.task.get());
         creator.wake_after(0);
       }
     } end{*this, *started, creator};
+    const races::ModuleCode module_code;
     end.result = started->description->entry(started->description);
   };
   started->task = make_task(description.name, run, pace.wakeup_us());
@@ -303,6 +310,7 @@ int Node::start_task(erps_task_desc& description) {
   while (!started->notified && !started->task->finished()) {
     creator.wait();
   }
+  races::acquire(started);
   const int result = started->notified ? started->result : -1;
   if (result < 0) {
     stop_task(description);
@@ -323,6 +331,7 @@ int Node::stop_task(erps_task_desc& description) {
   while (!task.finished()) {
     Task::running()->wait();
   }
+  races::acquire(&task);
   past_tasks_.push_back(std::move(started->task));
   std::erase_if(started_, [&](const auto& entry) { return entry.get() == started; });
   description.thread_id = kNotRunning;
@@ -335,6 +344,7 @@ int Node::notify_creator(erps_task_desc& description, int result) {
     world.report(plan.name + " notifies the creator of a task that waits for nothing");
     return -1;
   }
+  races::release(started);
   started->notified = true;
   started->result = result;
   host_->wake_after(pace.wakeup_us());

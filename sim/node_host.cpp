@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "sim/node.h"
+#include "sim/race_detector.h"
 
 namespace erps::sim {
 
@@ -61,13 +62,18 @@ void Node::run_host() {
 }
 
 int Node::start_in_host() {
+  const races::ModuleCode module_code;
   const int result = module_->init();
   return result != 0 ? result : module_->start();
 }
 
 void Node::stop_in_host() {
-  const int result = module_->stop();
-  module_->exit();
+  int result = 0;
+  {
+    const races::ModuleCode module_code;
+    result = module_->stop();
+    module_->exit();
+  }
   end_of_module(result);
 }
 

@@ -31,6 +31,18 @@ int done_if(bool done) {
   return done ? 0 : kFailed;
 }
 
+__attribute__((format(printf, 2, 0))) void log(int level, const char* format, va_list arguments) {
+  Node& node = calling_node();
+  if (level > node.world.options.log_level) {
+    return;
+  }
+  std::array<char, 1024> text{};
+  std::vsnprintf(text.data(), text.size(), format, arguments);
+  for (auto* observer : node.world.observers) {
+    observer->on_log(node.world.now_us(), node.index, level, text.data());
+  }
+}
+
 }  // namespace
 
 int adp_set_port_erps_state(uint32_t port_id, uint32_t state) {
@@ -180,17 +192,12 @@ void skpack_release(void* packet) {
 }
 
 int Log_logging_func(int level, int /*facility*/, const char* /*label*/, const char* format, ...) {
-  Node& node = calling_node();
-  if (level > node.world.options.log_level) {
-    return 0;
-  }
-  std::array<char, 1024> text{};
-  va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(text.data(), text.size(), format, arguments);
-  va_end(arguments);
-  for (auto* observer : node.world.observers) {
-    observer->on_log(node.world.now_us(), node.index, level, text.data());
+  // Most of the module's calls are of this kind, and mostly nobody listens.
+  if (level <= erps::sim::World::loudest_level()) {
+    va_list arguments;
+    va_start(arguments, format);
+    log(level, format, arguments);
+    va_end(arguments);
   }
   return 0;
 }

@@ -1,12 +1,9 @@
 #include "sim/task.h"
 
-#include <utility>
-
 #include "sim/node.h"
+#include "sim/race_detector.h"
 
 namespace erps::sim {
-
-Task* Task::running_ = nullptr;
 
 Task::Task(Scheduler& scheduler, Node& node, uint64_t id, std::string name,
            std::function<void()> body, int64_t delay_us)
@@ -14,7 +11,11 @@ Task::Task(Scheduler& scheduler, Node& node, uint64_t id, std::string name,
       node_(node),
       id_(id),
       name_(std::move(name)),
-      fiber_(std::make_unique<Fiber>(std::move(body))) {
+      fiber_(std::make_unique<Fiber>([this, body = std::move(body)] {
+        races::acquire(this);
+        body();
+      })) {
+  races::release(this);
   wake_after(delay_us);
 }
 
@@ -28,15 +29,9 @@ void Task::wait() {
   fiber_->suspend();
 }
 
-bool Task::set_cancellable(bool cancellable) {
-  return std::exchange(cancellable_, cancellable);
-}
-
-void Task::cancellation_point() {
-  if (cancel_requested_ && cancellable_) {
-    cancellable_ = false;
-    fiber_->unwind();
-  }
+void Task::end_here() {
+  cancellable_ = false;
+  fiber_->unwind();
 }
 
 void Task::on_alarm(uint64_t token) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "sim/fiber.h"
 #include "sim/scheduler.h"
@@ -47,14 +48,19 @@ class Task final : public Alarm {
   }
 
   // Returns the state before.
-  bool set_cancellable(bool cancellable);
+  bool set_cancellable(bool cancellable) { return std::exchange(cancellable_, cancellable); }
   // Does not return when the task is to end here.
-  void cancellation_point();
+  void cancellation_point() {
+    if (cancel_requested_ && cancellable_) {
+      end_here();
+    }
+  }
 
  private:
   void on_alarm(uint64_t token) override;
+  [[noreturn]] void end_here();
 
-  static Task* running_;
+  static inline Task* running_ = nullptr;
 
   Scheduler& scheduler_;
   Node& node_;

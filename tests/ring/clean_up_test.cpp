@@ -2,11 +2,11 @@
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 
-#include <array>
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <string>
+
+#include "tests/ring/child_process.h"
 
 namespace {
 
@@ -19,19 +19,9 @@ struct Ended {
 };
 
 Ended run(const std::string& way) {
-  const std::string command = std::string("exec ") + ERPS_ENDING + " " + way + " 2>&1";
-  FILE* output = popen(command.c_str(), "r");
-  std::string text;
-  std::array<char, 512> part{};
-  while (fgets(part.data(), part.size(), output) != nullptr) {
-    text += part.data();
-  }
-  Ended ended;
-  ended.status = pclose(output);
+  const auto [text, status] = erps::sim::run_program(std::string(ERPS_ENDING) + " " + way);
   const size_t line = text.find('\n');
-  ended.copy = text.substr(0, line);
-  ended.rest = line != std::string::npos ? text.substr(line + 1) : "";
-  return ended;
+  return {text.substr(0, line), line != std::string::npos ? text.substr(line + 1) : "", status};
 }
 
 void expect_nothing_left(const Ended& ended) {
