@@ -59,6 +59,9 @@ CaseResult result_of(const CaseSource& source, const WorkerPool::Done& done) {
   if (done.death.empty()) {
     return case_result_of(nlohmann::json::parse(done.answer));
   }
+  if (done.cannot_run) {
+    throw LabError("scenario " + std::to_string(done.job) + " cannot be simulated");
+  }
   CaseResult result;
   result.number = done.job;
   result.title = source.at(done.job).title;

@@ -9,20 +9,6 @@ namespace {
 
 constexpr double kUsPerHour = 3.6e9;
 
-// As a shell takes it.
-std::string quoted(const std::string& text) {
-  if (text.find_first_not_of(
-          "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./=:,+") ==
-      std::string::npos) {
-    return text;
-  }
-  std::string result = "'";
-  for (const char c : text) {
-    result += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  }
-  return result + "'";
-}
-
 // FNV-1a over everything that a simulation of the network depends on.
 uint64_t fingerprint(const sim::Topology& topology) {
   uint64_t hash = 0xCBF29CE484222325U;
@@ -63,6 +49,19 @@ uint64_t fingerprint(const sim::Topology& topology) {
 
 }  // namespace
 
+std::string shell_word(const std::string& text) {
+  if (text.find_first_not_of(
+          "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./=:,+") ==
+      std::string::npos) {
+    return text;
+  }
+  std::string result = "'";
+  for (const char c : text) {
+    result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  }
+  return result + "'";
+}
+
 sim::Names names_of(const Topology& topology) {
   sim::Names names;
   for (const Node& node : topology.nodes) {
@@ -99,7 +98,7 @@ sim::Case CaseSource::at(uint64_t number) const {
 
 std::string CaseSource::command() const {
   std::string text = "erpslab simulate";
-  text += plan_.topology != nullptr ? " " + quoted(plan_.topology_path)
+  text += plan_.topology != nullptr ? " " + shell_word(plan_.topology_path)
                                     : " --rings " + std::to_string(plan_.ring_nodes.low) + "-" +
                                           std::to_string(plan_.ring_nodes.high);
   if (plan_.random) {
@@ -110,6 +109,7 @@ std::string CaseSource::command() const {
     text += plan_.every.links ? " --every-link" : "";
     text += plan_.every.nodes ? " --every-node" : "";
   }
+  text += plan_.module_path.empty() ? "" : " --module " + shell_word(plan_.module_path);
   return text + " --seed " + std::to_string(plan_.seed);
 }
 

@@ -17,6 +17,7 @@ namespace erps::lab {
 struct CasePlan {
   const Topology* topology = nullptr;  // null: the networks are drawn, too
   std::string topology_path;           // as on the command line
+  std::string module_path;             // likewise; empty: the build's
   sim::Range ring_nodes{2, 16};        // of drawn networks
   bool random = false;
   sim::EveryPlan every;  // where it is not random
@@ -45,6 +46,9 @@ class CaseSource {
   std::vector<sim::Case> every_;
   uint64_t count_ = 0;
 };
+
+// A word of a command line as a shell takes it.
+std::string shell_word(const std::string& text);
 
 // A file's network under the names of the file.
 sim::Names names_of(const Topology& topology);

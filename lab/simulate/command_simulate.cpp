@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include <charconv>
-#include <fstream>
+#include <cstdio>
 #include <random>
 
 #include "lab/command_run.h"
@@ -91,6 +91,7 @@ int run(const SimulateArguments& arguments, const Topology* topology) {
   CasePlan plan;
   plan.topology = topology;
   plan.topology_path = arguments.topology;
+  plan.module_path = arguments.module;
   plan.ring_nodes = parse_rings(arguments.rings).value_or(sim::Range{2, 16});
   plan.random = !arguments.faults.empty();
   plan.hours = arguments.hours;

@@ -59,9 +59,8 @@ class Teller {
     if (!json_) {
       tell("\nsmallest of scenario " + std::to_string(result.number) + ", " +
            std::to_string(result.smallest_faults) +
-           (result.smallest_faults == 1 ? " fault" : " faults") + ": erpslab simulate " +
-           (plan.topology != nullptr ? plan.topology_path + " " : "") + "--scenario " + path +
-           "\n");
+           (result.smallest_faults == 1 ? " fault" : " faults") + ": " +
+           command_begin(context_.arguments) + " --scenario " + shell_word(path) + "\n");
     }
   }
 

@@ -146,6 +146,12 @@ int present_case(const SimulateContext& context, sim::Case of, const Topology& t
 
 }  // namespace
 
+std::string command_begin(const SimulateArguments& arguments) {
+  std::string text = "erpslab simulate";
+  text += arguments.topology.empty() ? "" : " " + shell_word(arguments.topology);
+  return text + (arguments.module.empty() ? "" : " --module " + shell_word(arguments.module));
+}
+
 void print(const std::string& text) {
   std::fputs(text.c_str(), stdout);
   std::fflush(stdout);
@@ -178,9 +184,9 @@ int simulate_steps(const SimulateContext& context, const Topology& topology) {
                       [&](const StepReport& step) { presenter.step(step); });
   const auto checks = checks_of(run.findings, topology);
   run.report.end_checks.insert(run.report.end_checks.end(), checks.begin(), checks.end());
-  return presenter.finish({std::move(run.report), run.findings, run.end_us,
-                           "erpslab simulate " + context.arguments.topology + " --seed " +
-                               std::to_string(context.seed)});
+  return presenter.finish(
+      {std::move(run.report), run.findings, run.end_us,
+       command_begin(context.arguments) + " --seed " + std::to_string(context.seed)});
 }
 
 int simulate_one(const SimulateContext& context, const CaseSource& source, uint64_t number) {
@@ -204,9 +210,7 @@ int simulate_scenario_file(const SimulateContext& context, const Topology* topol
   }
   SimulateContext with_seed = context;
   with_seed.seed = file.scenario.options.seed;
-  std::string command = "erpslab simulate";
-  command += topology != nullptr ? " " + context.arguments.topology : "";
-  command += " --scenario " + path;
+  const std::string command = command_begin(context.arguments) + " --scenario " + shell_word(path);
   if (topology == nullptr) {
     return present_case(with_seed, file.scenario, to_topology(file.scenario), command);
   }

@@ -22,6 +22,9 @@ int simulate_one(const SimulateContext& context, const CaseSource& source, uint6
 // topology: null for a scenario of a drawn network.
 int simulate_scenario_file(const SimulateContext& context, const Topology* topology);
 
+// "erpslab simulate [TOPOLOGY] [--module ...]", to which what is to be done is added.
+std::string command_begin(const SimulateArguments& arguments);
+
 // Prints on standard output; the seed comes first, on standard error where the report is JSON.
 void print(const std::string& text);
 void print_seed(const SimulateContext& context);

@@ -24,6 +24,9 @@ namespace {
 // No scenario takes as long as this: what does, never ends.
 constexpr int64_t kLongestJobNs = 600 * kNsPerS;
 
+// The status of a process whose work threw.
+constexpr int kCannotRun = 3;
+
 bool read_all(int fd, void* to, size_t length) {
   auto* bytes = static_cast<char*>(to);
   while (length > 0) {
@@ -136,7 +139,7 @@ void WorkerPool::serve(int in, int out) {
       answer = work_(job);
     } catch (const std::exception& error) {
       std::fprintf(stderr, "erpslab: %s\n", error.what());
-      exit(3);
+      exit(kCannotRun);
     }
     const uint64_t length = answer.size();
     if (!write_all(out, &length, sizeof length) || !write_all(out, answer.data(), length)) {
@@ -210,18 +213,19 @@ std::optional<WorkerPool::Done> WorkerPool::listen(Worker& worker) {
   if (worker.received.size() < sizeof length + length) {
     return std::nullopt;
   }
-  Done done{*worker.job, worker.received.substr(sizeof length), {}};
+  Done done{*worker.job, worker.received.substr(sizeof length), {}, false};
   worker.received.clear();
   worker.job.reset();
   return done;
 }
 
 WorkerPool::Done WorkerPool::bury(Worker& worker) {
-  Done done{*worker.job, {}, {}};
+  Done done{*worker.job, {}, {}, false};
   int status = 0;
   while (waitpid(worker.pid, &status, 0) < 0 && errno == EINTR) {
   }
   done.death = death_text(status);
+  done.cannot_run = WIFEXITED(status) && WEXITSTATUS(status) == kCannotRun;
   worker.pid = -1;
   start(worker);
   return done;

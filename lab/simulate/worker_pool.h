@@ -36,7 +36,8 @@ class WorkerPool {
   struct Done {
     uint64_t job = 0;
     std::string answer;
-    std::string death;  // how the process ended in place of answering, or empty
+    std::string death;        // how the process ended in place of answering, or empty
+    bool cannot_run = false;  // it said why on standard error: the work threw
   };
   // Nothing when the time is over, or a signal came.
   std::optional<Done> wait(int longest_ms);

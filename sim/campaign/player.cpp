@@ -70,7 +70,8 @@ class Play {
     try {
       make_changes();
     } catch (const Violation& violation) {
-      close(outcome_.changes.size() - 1);
+      outcome_.changes.resize(open_ + 1);  // the others never came
+      close(open_);
       outcome_.findings.push_back({"module",
                                    simulation_.now_us(),
                                    simulation_.now_us(),
@@ -90,12 +91,12 @@ class Play {
   void make_changes() {
     auto& changes = outcome_.changes;
     for (size_t i = 0; i < changes.size(); ++i) {
-      open_ = i;
       simulation_.run_until(changes[i].at_us);
       if (i > 0) {
         close(i - 1);
         const Fault& fault = case_.scenario.faults[*changes[i].fault];
         changes[i].ends ? board_.end(fault) : board_.begin(fault);
+        open_ = i;
       }
     }
     simulation_.run_until(case_.scenario.quiet_us);
@@ -123,7 +124,7 @@ class Play {
 
   const Case& case_;
   Onlooker* onlooker_;
-  size_t open_ = 0;
+  size_t open_ = 0;  // index of the last change
   MessageCounter counter_;
   PartitionChecker partitions_;
   Simulation simulation_;
