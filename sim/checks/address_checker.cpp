@@ -1,5 +1,6 @@
 #include "sim/checks/address_checker.h"
 
+#include <algorithm>
 #include <set>
 
 #include "sim/checks/graph.h"
@@ -10,10 +11,12 @@ namespace erps::sim {
 AddressChecker::AddressChecker(Simulation& simulation, int64_t settled_us)
     : simulation_(simulation),
       settled_us_(settled_us),
-      flushed_us_(simulation.topology().nodes.size()),
-      known_us_(simulation.topology().nodes.size(), -1) {
+      flushed_us_(simulation.topology().nodes.size()) {
   for (NodeIndex node = 0; node < simulation.topology().nodes.size(); ++node) {
     stations_.emplace(simulation.topology().nodes[node].address, node);
+  }
+  for (const LinkPlan& link : simulation.topology().links) {
+    transit_us_ += link.delay_us.high;
   }
 }
 
@@ -36,27 +39,38 @@ void AddressChecker::on_step(const Step& step) {
         (uint32_t{port.rx_node_id[4]} << 8U | port.rx_node_id[5]) == step.message.node &&
         (port.rx_bpr != 0) == ((step.message.summary & kBpr) != 0);
     if (same || step.message.dnf()) {
-      known_us_[step.node] = step.from_us;
+      known_us_[{step.node, step.before->ring}] = step.from_us;
     }
   }
 }
 
-// A node flushes the port where a message came in, and only when it is news; of two failed ports it
-// reports and flushes the first.
+// What is learnt once the network forwards as it does now is nobody's flush to forget. Before: a
+// node flushes the port where a message came in, and only when it is news; of two failed ports it
+// reports and flushes the first. Only what happened at the ring of the port counts.
 const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t seen_us) const {
-  for (const auto& [flushed, time_us] : flushed_us_[node]) {
-    if (flushed != port && time_us >= seen_us) {
-      return surprise::kOnePortFlushed;
-    }
-  }
-  if (known_us_[node] >= seen_us) {
-    return surprise::kKnownSender;
+  if (seen_us > since_us_ + transit_us_) {
+    return "";
   }
   for (const RingSnapshot& ring : simulation_.records(node).rings()) {
-    for (const PortSnapshot& at : ring.ports) {
-      if (at.port == port && at.present && !at.link_up && at.forwarding) {
-        return surprise::kSecondFailure;
+    const auto stale =
+        std::find_if(ring.ports.begin(), ring.ports.end(),
+                     [=](const PortSnapshot& at) { return at.present && at.port == port; });
+    if (stale == ring.ports.end()) {
+      continue;
+    }
+    for (const PortSnapshot& other : ring.ports) {
+      const auto flushed = flushed_us_[node].find(other.port);
+      if (other.present && other.port != port && flushed != flushed_us_[node].end() &&
+          flushed->second >= seen_us) {
+        return surprise::kOnePortFlushed;
       }
+    }
+    const auto known = known_us_.find({node, ring.ring});
+    if (known != known_us_.end() && known->second >= seen_us) {
+      return surprise::kKnownSender;
+    }
+    if (!stale->link_up && stale->forwarding) {
+      return surprise::kSecondFailure;
     }
   }
   return "";

@@ -31,10 +31,12 @@ class AddressChecker final : public Checker, public Observer, public StepListene
 
   Simulation& simulation_;
   const int64_t settled_us_;
+  int64_t transit_us_ = 0;  // of a data frame that was under way
   std::map<MacAddress, NodeIndex> stations_;
   std::vector<std::map<uint32_t, int64_t>> flushed_us_;  // by node and port, when last
-  std::vector<int64_t> known_us_;  // by node, when a message last flushed nothing, being known
-  Forwarding before_;              // as it has been since
+  // By node and ring, when a message last flushed nothing, being known.
+  std::map<std::pair<NodeIndex, uint32_t>, int64_t> known_us_;
+  Forwarding before_;  // as it has been since
   int64_t since_us_ = 0;
   FindingList findings_;
 };

@@ -6,7 +6,7 @@
 #include "sim/checks/address_checker.h"
 #include "sim/checks/convergence.h"
 #include "sim/checks/frame_checker.h"
-#include "sim/checks/loop_checker.h"
+#include "sim/checks/loop_judge.h"
 #include "sim/checks/partition_judge.h"
 #include "sim/checks/state_checker.h"
 #include "sim/checks/stuck_rings.h"
@@ -30,17 +30,19 @@ struct Inspection::Checkers {
         mishaps(simulation, watch, bounds.repeat_us),
         forced(watch, simulation.topology().nodes.size()),
         stuck(simulation),
-        states(simulation.topology()),
+        states(simulation.topology(), &mishaps),
         frames(simulation.topology()),
-        timers(simulation.topology(), watch),
+        timers(simulation.topology(), watch, mishaps),
         addresses(simulation, bounds.repeat_us),
-        partitions(bounds, mishaps, forced) {
+        partitions(simulation, watch, bounds, mishaps, forced),
+        loops(simulation, watch, bounds) {
     watch.add(mishaps);
     watch.add(forced);
     watch.add(stuck);
     watch.add(states);
     watch.add(timers);
     watch.add(addresses);
+    watch.add(loops);
   }
 
   const Bounds bounds;
@@ -53,7 +55,7 @@ struct Inspection::Checkers {
   TimerChecker timers;
   AddressChecker addresses;
   PartitionJudge partitions;
-  LoopChecker loops;
+  LoopJudge loops;
   std::vector<Finding> home;
 
   // In the order in which they observe: the watch tells the others.
@@ -61,7 +63,7 @@ struct Inspection::Checkers {
     return {&watch, &mishaps, &stuck, &frames, &timers, &addresses, &partitions, &loops};
   }
   std::vector<Checker*> all() {
-    return {&states, &frames, &timers, &addresses, &addresses, &partitions};
+    return {&states, &frames, &timers, &addresses, &partitions, &loops};
   }
 };
 
@@ -124,14 +126,6 @@ void Inspection::expect_home() {
 std::vector<Finding> Inspection::findings() {
   const int64_t now_us = simulation_.now_us();
   std::vector<Finding> findings = checkers_->home;
-  for (const Spell& loop : checkers_->loops.loops().until(now_us)) {
-    findings.push_back({"loop",
-                        loop.from_us,
-                        loop.to_us,
-                        std::nullopt,
-                        "frames circulate for " + in_milliseconds(loop.length_us()),
-                        {}});
-  }
   for (Checker* checker : checkers_->all()) {
     checker->collect(now_us, findings);
   }

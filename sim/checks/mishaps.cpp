@@ -53,7 +53,8 @@ Mishaps::Mishaps(Simulation& simulation, const RingWatch& watch, int64_t repeat_
       topology_(simulation.topology()),
       watch_(watch),
       repeat_us_(repeat_us),
-      members_(topology_.nodes.size()) {}
+      members_(topology_.nodes.size()),
+      failed_us_(topology_.nodes.size(), -1) {}
 
 void Mishaps::forget_before(int64_t time_us) {
   while (!mishaps_.empty() && mishaps_.front().time_us < time_us) {
@@ -114,6 +115,8 @@ void Mishaps::on_record(const Record& record) {
       on_lost(record);
       break;
     case RecordKind::kCrash:
+    case RecordKind::kKilled:
+    case RecordKind::kStopped:
       member = Member{};
       break;
     case RecordKind::kCarrier:
@@ -124,6 +127,10 @@ void Mishaps::on_record(const Record& record) {
     case RecordKind::kRunning:
       member.running = true;
       on_connection(record);
+      break;
+    case RecordKind::kCallFailed:
+      failed_us_[record.node] = record.time_us;
+      add(record, surprise::kCallFailed);
       break;
     case RecordKind::kStalled:
       mishaps_.push_back(
@@ -141,14 +148,20 @@ void Mishaps::on_forwarding(int64_t /*time_us*/, const Forwarding& forwarding) {
   }
 }
 
-// What is lost with its link is no mishap: it comes late when the link comes back.
+// What is lost with its link is no mishap: it comes late when the link comes back. Unless the other
+// end sees no failure, and nothing comes back.
 void Mishaps::on_lost(const Record& record) {
   const LinkEnd from{record.node, record.port};
   for (LinkIndex link = 0; link < topology_.links.size(); ++link) {
     const LinkPlan& plan = topology_.links[link];
     for (size_t end = 0; end < 2; ++end) {
-      if (plan.ends[end] == from && 2 * link + end < strands_.size() && strands_[2 * link + end]) {
+      if (plan.ends[end] != from || 2 * link + end >= strands_.size()) {
+        continue;
+      }
+      if (strands_[2 * link + end]) {
         add(record, plan.raps.lost != 0 ? surprise::kLost : surprise::kTooEarly);
+      } else if (watch_.link_is_up(plan.ends[1 - end])) {
+        add(record, surprise::kSilentFailure);
       }
     }
   }
@@ -261,7 +274,7 @@ void Mishaps::on_new_message(const Step& step) {
   }
 }
 
-bool Mishaps::everybody_heard(NodeIndex speaker, const RingSnapshot& ring) const {
+void Mishaps::add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const RingSnapshot& ring) {
   const uint32_t id = id_end(topology_.nodes[speaker].address);
   const uint32_t words = words_of(ring);
   for (NodeIndex listener = 0; listener < members_.size(); ++listener) {
@@ -272,29 +285,21 @@ bool Mishaps::everybody_heard(NodeIndex speaker, const RingSnapshot& ring) const
         });
     if (listener != speaker && member.running && has_ring(topology_.nodes[listener], ring.ring) &&
         !heard_it) {
-      return false;
+      mishaps_.push_back({time_us, surprise::kCameLate, listener, repeat_us_});
     }
   }
-  return true;
 }
 
 // Somebody repeats what somebody else has not heard. Asked of the modules as they are now: the
 // watch is a little late.
-bool Mishaps::somebody_missed_something() {
+void Mishaps::on_connection(const Record& record) {
   for (NodeIndex speaker = 0; speaker < members_.size(); ++speaker) {
     simulation_.records(speaker).read_rings(rings_);
     for (const RingSnapshot& ring : rings_) {
-      if (ring.sending && !everybody_heard(speaker, ring)) {
-        return true;
+      if (ring.sending) {
+        add_who_did_not_hear(record.time_us, speaker, ring);
       }
     }
-  }
-  return false;
-}
-
-void Mishaps::on_connection(const Record& record) {
-  if (somebody_missed_something()) {
-    add(record, surprise::kCameLate);
   }
 }
 

@@ -34,6 +34,9 @@ class Mishaps final : public Observer, public StepListener {
   // Oldest first by the time when they became known; those of before since_us may be gone.
   const std::deque<Mishap>& all() const { return mishaps_; }
   void forget_before(int64_t time_us);
+  // Whether a call to its platform failed at the node since then: what it holds or sends may
+  // differ.
+  bool call_failed(NodeIndex node, int64_t since_us) const { return failed_us_[node] >= since_us; }
   // The surprises since then.
   std::set<std::string> names_since(int64_t time_us) const;
 
@@ -64,8 +67,7 @@ class Mishaps final : public Observer, public StepListener {
   void on_received(const Record& record);
   void on_lost(const Record& record);
   void on_connection(const Record& record);
-  bool somebody_missed_something();
-  bool everybody_heard(NodeIndex speaker, const RingSnapshot& ring) const;
+  void add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const RingSnapshot& ring);
   void add(const Record& record, const char* surprise) { add(record, surprise, repeat_us_); }
   void add(const Record& record, const char* surprise, int64_t lasts_us);
   void on_ended_request(const Step& step);
@@ -77,7 +79,8 @@ class Mishaps final : public Observer, public StepListener {
   const RingWatch& watch_;
   const int64_t repeat_us_;
   std::vector<Member> members_;
-  std::vector<bool> strands_;  // that carry frames, by 2 * link + end that they lead away from
+  std::vector<int64_t> failed_us_;  // by node, when a call to its platform last failed
+  std::vector<bool> strands_;       // that carry frames, by 2 * link + end that they lead away from
   std::deque<Mishap> mishaps_;
   std::vector<RingSnapshot> rings_;  // that are looked at
 };

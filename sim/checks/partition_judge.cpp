@@ -5,6 +5,7 @@
 #include <set>
 
 #include "sim/checks/graph.h"
+#include "sim/checks/surprises.h"
 
 namespace erps::sim {
 
@@ -20,8 +21,9 @@ std::string in_milliseconds(int64_t time_us) {
 
 }  // namespace
 
-PartitionJudge::PartitionJudge(const Bounds& bounds, Mishaps& mishaps, ForcedSwitches& forced)
-    : bounds_(bounds), mishaps_(mishaps), forced_(forced) {}
+PartitionJudge::PartitionJudge(Simulation& simulation, const RingWatch& watch, const Bounds& bounds,
+                               Mishaps& mishaps, ForcedSwitches& forced)
+    : simulation_(simulation), watch_(watch), bounds_(bounds), mishaps_(mishaps), forced_(forced) {}
 
 void PartitionJudge::on_record(const Record& record) {
   // A node without its software is split off until that runs.
@@ -33,15 +35,60 @@ void PartitionJudge::on_record(const Record& record) {
 void PartitionJudge::on_forwarding(int64_t time_us, const Forwarding& forwarding) {
   const bool split = has_partition(forwarding);
   if (split && !open_) {
-    waiting_.push_back({time_us, time_us});
+    waiting_.push_back({{time_us, time_us}, {}});
   } else if (!split && open_) {
     waiting_.back().to_us = time_us;
     if (waiting_.back().length_us() <= bounds_.repair_us) {
       waiting_.pop_back();
     }
   }
+  if (split) {
+    waiting_.back().blocks.push_back({time_us, blocking(forwarding), is_by_silence(forwarding)});
+  }
   open_ = split;
   judge_old(time_us);
+}
+
+bool PartitionJudge::is_by_silence(const Forwarding& forwarding) const {
+  Forwarding healed = forwarding;
+  for (size_t i = 0; i < healed.arcs.size(); ++i) {
+    Arc& arc = healed.arcs[i];
+    const auto& ends = simulation_.topology().links[arc.link].ends;
+    const bool seems_to_work = !arc.works && healed.powered[arc.from] && healed.powered[arc.to] &&
+                               std::all_of(ends.begin(), ends.end(), [&](const LinkEnd& end) {
+                                 return watch_.link_is_up(end) && simulation_.port_forwards(end);
+                               });
+    arc.works = arc.works || seems_to_work;
+    arc.forwards = arc.forwards || seems_to_work;
+  }
+  return !has_partition(healed);
+}
+
+std::set<NodeIndex> PartitionJudge::blocking(const Forwarding& forwarding) const {
+  std::set<NodeIndex> nodes;
+  for (const Arc& arc : forwarding.arcs) {
+    for (const LinkEnd& end : simulation_.topology().links[arc.link].ends) {
+      if (arc.works && !arc.forwards && !simulation_.port_forwards(end)) {
+        nodes.insert(end.node);
+      }
+    }
+  }
+  return nodes;
+}
+
+int64_t PartitionJudge::Partition::blocked_until_us(NodeIndex node, int64_t time_us) const {
+  int64_t until_us = time_us;
+  for (size_t i = 0; i < blocks.size(); ++i) {
+    const int64_t end_us = i + 1 < blocks.size() ? blocks[i + 1].from_us : to_us;
+    if (end_us <= time_us) {
+      continue;
+    }
+    if (blocks[i].nodes.count(node) == 0) {
+      break;
+    }
+    until_us = end_us;
+  }
+  return until_us;
 }
 
 void PartitionJudge::judge_old(int64_t now_us) {
@@ -56,7 +103,7 @@ void PartitionJudge::judge_old(int64_t now_us) {
   std::erase_if(starts_us_, [=](int64_t start) { return start < since_us - kAllToldUs; });
 }
 
-void PartitionJudge::judge(const Spell& partition, FindingList& into) const {
+void PartitionJudge::judge(const Partition& partition, FindingList& into) const {
   int64_t covered_us = partition.from_us + bounds_.repair_us;
   std::set<std::string> names;
   for (bool longer = true; longer && covered_us < partition.to_us;) {
@@ -77,8 +124,20 @@ void PartitionJudge::judge(const Spell& partition, FindingList& into) const {
     if (longer) {
       continue;
     }
+    for (size_t i = 0; i < partition.blocks.size(); ++i) {
+      const bool is_last = i + 1 == partition.blocks.size();
+      if (partition.blocks[i].by_silence) {
+        cover(partition.blocks[i].from_us,
+              (is_last ? partition.to_us : partition.blocks[i + 1].from_us) + bounds_.repair_us,
+              surprise::kSilentFailure);
+      }
+    }
     for (const Mishap& mishap : mishaps_.all()) {
-      cover(mishap.time_us, mishap.time_us + mishap.lasts_us, mishap.surprise);
+      int64_t until_us = mishap.time_us + mishap.lasts_us;
+      if (mishap.surprise == surprise::kCameLate) {
+        until_us = std::min(until_us, partition.blocked_until_us(mishap.node, covered_us));
+      }
+      cover(mishap.time_us, until_us, mishap.surprise);
       if (longer) {
         break;
       }
@@ -107,8 +166,8 @@ void PartitionJudge::judge(const Spell& partition, FindingList& into) const {
 
 void PartitionJudge::collect(int64_t now_us, std::vector<Finding>& findings) {
   FindingList late = findings_;
-  for (const Spell& partition : waiting_) {
-    Spell until_now = partition;
+  for (const Partition& partition : waiting_) {
+    Partition until_now = partition;
     if (open_ && &partition == &waiting_.back()) {
       until_now.to_us = now_us;
     }

@@ -2,9 +2,11 @@
 //
 // A repair takes the detection of the fault and a message's way. A partition that lasts longer is
 // put down to a mishap of a message, which lasts until the message is repeated, or to forced
-// switches, as far as these cover it without a gap; else it is a violation.
+// switches, as far as these cover it without a gap; else it is a violation. What a node missed
+// covers only as long as that node blocks.
 #pragma once
 
+#include <set>
 #include <vector>
 
 #include "sim/checks/bounds.h"
@@ -18,20 +20,38 @@ namespace erps::sim {
 class PartitionJudge final : public Checker, public Observer {
  public:
   // All three are watched elsewhere, and before this is.
-  PartitionJudge(const Bounds& bounds, Mishaps& mishaps, ForcedSwitches& forced);
+  PartitionJudge(Simulation& simulation, const RingWatch& watch, const Bounds& bounds,
+                 Mishaps& mishaps, ForcedSwitches& forced);
 
   void on_record(const Record& record) override;
   void on_forwarding(int64_t time_us, const Forwarding& forwarding) override;
   void collect(int64_t now_us, std::vector<Finding>& findings) override;
 
  private:
-  void judge(const Spell& partition, FindingList& into) const;
+  // Who blocked a working link, from this time on until the next one.
+  struct Blocks {
+    int64_t from_us = 0;
+    std::set<NodeIndex> nodes;
+    bool by_silence = false;  // there would be no partition if links that seem to work did
+  };
+  struct Partition : Spell {
+    std::vector<Blocks> blocks;
+
+    // Until when the node blocks without a break; the time itself if it does not.
+    int64_t blocked_until_us(NodeIndex node, int64_t time_us) const;
+  };
+
+  bool is_by_silence(const Forwarding& forwarding) const;
+  std::set<NodeIndex> blocking(const Forwarding& forwarding) const;
+  void judge(const Partition& partition, FindingList& into) const;
   void judge_old(int64_t now_us);
 
+  Simulation& simulation_;
+  const RingWatch& watch_;
   const Bounds bounds_;
   Mishaps& mishaps_;
   ForcedSwitches& forced_;
-  std::vector<Spell> waiting_;  // to be judged once all is known of them
+  std::vector<Partition> waiting_;  // to be judged once all is known of them
   std::vector<int64_t> starts_us_;
   bool open_ = false;
   FindingList findings_;

@@ -41,6 +41,15 @@ const RingSnapshot* RingWatch::ring(NodeIndex node, uint32_t ring) const {
   return find_ring(nodes_[node].rings, ring);
 }
 
+bool RingWatch::link_is_up(const LinkEnd& end) const {
+  const auto& rings = nodes_[end.node].rings;
+  return std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
+    return std::any_of(ring.ports.begin(), ring.ports.end(), [&](const PortSnapshot& port) {
+      return port.present && port.port == end.port && port.link_up;
+    });
+  });
+}
+
 void RingWatch::on_record(const Record& record) {
   if (record.node >= nodes_.size()) {
     return;

@@ -68,6 +68,9 @@ class RingWatch final : public Observer {
   const RingSnapshot* ring(NodeIndex node, uint32_t ring) const;
   const std::vector<RingSnapshot>& rings(NodeIndex node) const { return nodes_[node].rings; }
 
+  // Whether a ring of the node has this port and has heard of no failure there.
+  bool link_is_up(const LinkEnd& end) const;
+
   // Whether the node's protocol task handles an event.
   bool in_event(NodeIndex node) const { return nodes_[node].in_event; }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "sim/checks/surprises.h"
 #include "sim/management.h"
 
 namespace erps::sim {
@@ -74,7 +75,8 @@ std::string text_of_cause(const Step& step) {
 
 }  // namespace
 
-StateChecker::StateChecker(const Topology& topology) : topology_(topology) {
+StateChecker::StateChecker(const Topology& topology, const Mishaps* mishaps)
+    : topology_(topology), mishaps_(mishaps) {
   for (const NodePlan& node : topology.nodes) {
     nodes_.emplace(uint32_t{node.address[4]} << 8U | node.address[5], node.address);
   }
@@ -97,18 +99,16 @@ void StateChecker::on_step(const Step& step) {
   if (allowed) {
     return;
   }
+  const bool is_refused = mishaps_ != nullptr && mishaps_->call_failed(step.node, step.from_us);
   const std::string was = step.before != nullptr ? text_of(*step.before) : "not there";
   std::string expected;
   for (const RingSnapshot& outcome : outcomes_) {
     expected += (expected.empty() ? "" : ", or: ") + text_of(outcome);
   }
-  findings_.add({"state",
-                 step.from_us,
-                 step.to_us,
-                 step.node,
+  findings_.add({"state", step.from_us, step.to_us, step.node,
                  "ring " + std::to_string(step.ring()) + " was " + was + "; after " +
                      text_of_cause(step) + " it is " + text_of(after) + "; expected: " + expected,
-                 {}});
+                 is_refused ? surprise::kCallFailed : ""});
 }
 
 void StateChecker::offer(const RingSnapshot& ring, RingRequest request,

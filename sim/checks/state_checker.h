@@ -8,6 +8,7 @@
 #include <map>
 
 #include "sim/checks/checker.h"
+#include "sim/checks/mishaps.h"
 #include "sim/checks/ring_model.h"
 #include "sim/checks/ring_watch.h"
 
@@ -15,7 +16,8 @@ namespace erps::sim {
 
 class StateChecker final : public Checker, public StepListener {
  public:
-  explicit StateChecker(const Topology& topology);
+  // The mishaps are watched elsewhere; none are known of without.
+  explicit StateChecker(const Topology& topology, const Mishaps* mishaps = nullptr);
 
   void on_step(const Step& step) override;
   void collect(int64_t now_us, std::vector<Finding>& findings) override;
@@ -34,6 +36,7 @@ class StateChecker final : public Checker, public StepListener {
   void offer_message(const Step& step, RingRequest request);
 
   const Topology& topology_;
+  const Mishaps* mishaps_;
   std::multimap<uint32_t, MacAddress> nodes_;  // by the end of their IDs
   Outcomes outcomes_;                          // of the present step
   FindingList findings_;

@@ -41,6 +41,10 @@ const char* reason_of(const Step& step) {
       request_of(step.message.request(), step.message.rb()) == RingRequest::kRapsNrRb) {
     return surprise::kNoNr;
   }
+  if (is_owner(after) && !after.revertive &&
+      (is(after, RingState::kPending) || is(after, RingState::kProtection))) {
+    return surprise::kNonRevertive;
+  }
   const bool waits = has_local(after, RingRequest::kWtr) || has_local(after, RingRequest::kWtb);
   if (is_owner(after) && after.revertive && is(after, RingState::kPending) &&
       !is(*step.before, RingState::kPending) && !waits) {

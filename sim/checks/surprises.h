@@ -16,6 +16,10 @@ inline constexpr char kCameLate[] = "rejoined part waits for a repetition";
 // Where the end that it was sent to had not noticed yet that its link is back.
 inline constexpr char kTooEarly[] = "message sent before the other end was up";
 inline constexpr char kLost[] = "message lost on its way";
+// One direction of a link is dead and no carrier tells: nothing protects against it.
+inline constexpr char kSilentFailure[] = "link failed one way unseen";
+// The platform refused what the module asked of it.
+inline constexpr char kCallFailed[] = "platform call failed";
 // WTR, WTB or a command outranked it, and it is needed now.
 inline constexpr char kOutranked[] = "message refused while a local request stood";
 inline constexpr char kManualCollision[] = "two manual switches that met";
@@ -36,8 +40,16 @@ inline constexpr char kNobodyWaits[] = "owner pending without WTR or WTB";
 inline constexpr char kOnePortFlushed[] = "flush of one port only";
 // The last node ID and blocked port reference again, or the DNF bit: no flush.
 inline constexpr char kKnownSender[] = "message of a known sender flushes nothing";
-// A node whose first ring port has failed neither blocks nor flushes the second one when it fails.
+// A node whose first ring port has failed neither blocks nor flushes the second one when it fails;
+// the second one forwards from the instant of its return.
 inline constexpr char kSecondFailure[] = "second failure at a node changes nothing";
+// Both ends of a restored link repeat R-APS(SF), and each opens on the other's.
+inline constexpr char kCrossedFailures[] = "R-APS(SF) of both ends of a restored link crossed";
+// An interconnection node that starts: its end of the sub-ring is open and repeats R-APS(NR), and
+// who blocks hands over to it. The loop lasts until the owner's WTR is over.
+inline constexpr char kOpenEnd[] = "sub-ring's end starts without a block";
+// Nothing but an operator takes it back to idle.
+inline constexpr char kNonRevertive[] = "non-revertive ring stays as it is";
 inline constexpr char kStalled[] = "node without its processor";
 
 }  // namespace erps::sim::surprise

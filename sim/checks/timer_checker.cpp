@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "sim/checks/ring_model.h"
+#include "sim/checks/surprises.h"
 
 namespace erps::sim {
 
@@ -37,8 +38,8 @@ std::string in_seconds(int64_t time_us) {
 
 }  // namespace
 
-TimerChecker::TimerChecker(const Topology& topology, const RingWatch& watch)
-    : topology_(topology), watch_(watch), slowness_(topology.nodes.size(), 1) {}
+TimerChecker::TimerChecker(const Topology& topology, const RingWatch& watch, const Mishaps& mishaps)
+    : topology_(topology), watch_(watch), mishaps_(mishaps), slowness_(topology.nodes.size(), 1) {}
 
 int64_t TimerChecker::tolerance_us(NodeIndex node) const {
   return slowness_[node] * kLateUs;
@@ -107,13 +108,10 @@ void TimerChecker::expect_repeated(NodeIndex node, uint32_t ring, const Timers& 
   }
   const int64_t most_us = kRepetitionUs + kTickUs + tolerance_us(node);
   if (quiet_since_us != kNone && now_us - quiet_since_us > most_us) {
-    into.add({"timer",
-              quiet_since_us,
-              now_us,
-              node,
+    into.add({"timer", quiet_since_us, now_us, node,
               "R-APS of ring " + std::to_string(ring) + " was not repeated for more than " +
                   in_seconds(most_us),
-              {}});
+              mishaps_.call_failed(node, quiet_since_us) ? surprise::kCallFailed : ""});
   }
 }
 

@@ -10,6 +10,7 @@
 #include <map>
 
 #include "sim/checks/checker.h"
+#include "sim/checks/mishaps.h"
 #include "sim/checks/ring_watch.h"
 
 namespace erps::sim {
@@ -17,7 +18,7 @@ namespace erps::sim {
 class TimerChecker final : public Checker, public Observer, public StepListener {
  public:
   // The watch observes before this does.
-  TimerChecker(const Topology& topology, const RingWatch& watch);
+  TimerChecker(const Topology& topology, const RingWatch& watch, const Mishaps& mishaps);
 
   void on_record(const Record& record) override;
   void on_step(const Step& step) override;
@@ -51,6 +52,7 @@ class TimerChecker final : public Checker, public Observer, public StepListener 
 
   const Topology& topology_;
   const RingWatch& watch_;
+  const Mishaps& mishaps_;
   std::map<std::pair<NodeIndex, uint32_t>, Timers> timers_;  // by node and ring
   std::vector<int64_t> slowness_;                            // by node
   FindingList findings_;

@@ -1,6 +1,9 @@
 // The inspection finds what is planted, and is silent where nothing is.
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <set>
+
 #include "sim/checks/inspection.h"
 #include "sim/checks/raps_dissector.h"
 #include "sim/checks/state_checker.h"
@@ -12,10 +15,8 @@ namespace erps::sim {
 namespace {
 
 using testing::Contains;
-using testing::Each;
 using testing::Field;
 using testing::IsEmpty;
-using testing::Not;
 
 std::vector<uint8_t> sound_frame() {
   std::vector<uint8_t> frame{0x01, 0x19, 0xA7, 0,    0,    1,   0x02, 0,    0,    0,
@@ -74,28 +75,134 @@ TEST(RapsDissector, TakesASoundFrameAndRefusesOneWithAnyOctetOfItsFormWrong) {
   EXPECT_EQ(dissect(padded), FrameFault::kTrailer);
 }
 
-TEST(Inspection, FindsAFrameThatNobodyShouldSend) {
-  Simulation simulation(make_ring({}), options_with(1));
-  Inspection inspection(simulation);
-  inspection.expect_home();
-  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+namespace {
+
+// Whether a violation was found by this check, and none by another one but those named.
+testing::AssertionResult found(Inspection& inspection, const std::string& check,
+                               const std::set<std::string>& also = {}) {
+  const auto all = violations(inspection);
+  const bool is_there = std::any_of(all.begin(), all.end(),
+                                    [&](const Finding& finding) { return finding.check == check; });
+  const bool is_alone = std::all_of(all.begin(), all.end(), [&](const Finding& finding) {
+    return finding.check == check || also.count(finding.check) != 0;
+  });
+  return (is_there && is_alone ? testing::AssertionSuccess() : testing::AssertionFailure())
+         << text_of(all);
+}
+
+}  // namespace
+
+// A ring that came home without a violation, and what is done to it then.
+class Planted : public testing::Test {
+ protected:
+  void SetUp() override {
+    inspection.expect_home();
+    ASSERT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  }
+
+  Simulation simulation{make_ring({}), options_with(1)};
+  Inspection inspection{simulation};
+};
+
+TEST_F(Planted, AFrameThatNobodyShouldSendIsFound) {
   std::vector<uint8_t> frame = sound_frame();
   frame[11] = 99;    // a stranger's
   frame[22] = 0x10;  // with a request that there is not
   simulation.inject({1, 1}, frame);
   simulation.run_for(kSecondUs);
-  EXPECT_THAT(violations(inspection), Contains(Field(&Finding::check, "frame")));
+  EXPECT_TRUE(found(inspection, "frame"));
 }
 
-TEST(Inspection, FindsAPartitionThatNothingExplains) {
-  Simulation simulation(make_ring({}), options_with(1));
-  Inspection inspection(simulation);
-  inspection.expect_home();
-  // A dead direction that no carrier tells of: data still looks for its way, and finds none.
-  simulation.fail_strand(0, 0, true);
+// Everybody believes a failure that nobody has: both ends of the RPL open, and all links are whole.
+TEST_F(Planted, ALoopThatAForgedMessageMakesIsFound) {
+  std::vector<uint8_t> frame = sound_frame();
+  frame[11] = frame[29] = 99;
+  simulation.inject({1, 1}, frame);
+  simulation.run_for(kSecondUs);
+  EXPECT_TRUE(found(inspection, "loop"));
+}
+
+// Everybody believes that a failure is over which is not: the RPL closes beside it.
+TEST_F(Planted, APartitionThatForgedMessagesMakeIsFound) {
+  simulation.cut(1);
   simulation.run_for(kSettledUs);
+  std::vector<uint8_t> frame = sound_frame();
+  frame[11] = frame[29] = 99;
+  frame[22] = 0x00;
+  for (const uint8_t status : {0x00, 0x80}) {
+    frame[23] = status;
+    simulation.inject({3, 1}, frame);
+    simulation.run_for(kSecondUs);
+  }
+  simulation.run_for(kSettledUs);
+  EXPECT_TRUE(found(inspection, "partition"));
+}
+
+// What a switch refuses to do explains what it is the reason of, and no more.
+TEST_F(Planted, ARefusedPlatformCallIsNamed) {
+  simulation.fail_call(1, "adp_transmit_frame", 1, 2);
+  simulation.fail_call(2, "adp_transmit_frame", 1, 2);
+  simulation.cut(1);
+  simulation.run_for(kSettledUs);
+  simulation.restore(1);
+  inspection.expect_home();
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
   EXPECT_THAT(inspection.findings(),
-              Each(Field(&Finding::check, testing::AnyOf("partition", "timer"))));
+              Contains(Field(&Finding::surprise, testing::HasSubstr(surprise::kCallFailed))));
+}
+
+TEST_F(Planted, ALinkThatFailsOneWayUnseenIsNamed) {
+  simulation.fail_strand(1, 0, true);
+  simulation.run_for(kSettledUs);
+  simulation.repair_strand(1, 0);
+  inspection.expect_home();
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  EXPECT_THAT(inspection.findings(),
+              Contains(testing::AllOf(Field(&Finding::check, "partition"),
+                                      Field(&Finding::surprise, surprise::kSilentFailure))));
+}
+
+TEST_F(Planted, ATimerOfAFastClockIsFound) {
+  simulation.set_clock_drift(0, 1'000'000);
+  simulation.cut(1);
+  simulation.run_for(kSettledUs);
+  simulation.restore(1);
+  simulation.run_for(60 * kSecondUs);
+  EXPECT_TRUE(found(inspection, "timer"));
+}
+
+// Nobody is told to repeat less often, but a slow clock does.
+TEST_F(Planted, ARepetitionOfASlowClockIsFound) {
+  simulation.set_clock_drift(0, -500'000);
+  simulation.run_for(60 * kSecondUs);
+  EXPECT_TRUE(found(inspection, "timer"));
+}
+
+// Somebody sends under the address of a node that is elsewhere; no flush ever touches it.
+TEST_F(Planted, AnAddressLearntOnTheWrongSideIsFound) {
+  std::vector<uint8_t> frame(64);
+  std::fill_n(frame.begin(), 6, 0xFF);
+  const MacAddress& station = simulation.topology().nodes[0].address;
+  std::copy(station.begin(), station.end(), frame.begin() + 6);
+  simulation.inject({1, 2}, frame);
+  simulation.run_for(30 * kSecondUs);
+  EXPECT_TRUE(found(inspection, "learnt address"));
+}
+
+// A node does not do with a failure what its plan says.
+TEST_F(Planted, AStateThatTheLastEventDoesNotExplainIsFound) {
+  constexpr uint32_t kHoldoffMs = 2000;
+  EXPECT_TRUE(simulation.execute(1, make_request(mgmt::kSetHoldoffTime, {kHoldoffMs})).accepted());
+  simulation.cut(1);
+  simulation.run_for(kSettledUs);
+  EXPECT_TRUE(found(inspection, "state", {"timer", "partition"}));
+}
+
+TEST_F(Planted, ARingThatDoesNotComeHomeIsFound) {
+  simulation.crash(0);
+  simulation.run_for(kSecondUs);
+  inspection.expect_home();
+  EXPECT_TRUE(found(inspection, "home"));
 }
 
 TEST(StateChecker, KnowsAProtectionThatNobodyAskedFor) {
@@ -150,20 +257,6 @@ TEST(StateChecker, KnowsAProtectionThatNobodyAskedFor) {
   EXPECT_EQ(found().size(), 3U);
 }
 
-TEST(Inspection, FindsALoopAndARingThatDoesNotComeHome) {
-  Simulation simulation(make_ring({.neighbour = false}), options_with(1));
-  Inspection inspection(simulation);
-  inspection.expect_home();
-  // With every R-APS frame lost a restored ring stays as it is.
-  simulation.cut(1);
-  simulation.run_for(kSettledUs);
-  simulation.crash(0);
-  simulation.run_for(kSecondUs);
-  inspection.expect_home();
-  EXPECT_THAT(inspection.findings(), Contains(Field(&Finding::check, "home")));
-  EXPECT_FALSE(inspection.clean());
-}
-
 class CleanRing : public testing::TestWithParam<size_t> {};
 
 TEST_P(CleanRing, HasNoViolationUnderCutsAndCrashesAtBothRingRoles) {
@@ -191,7 +284,52 @@ TEST_P(CleanRing, HasNoViolationUnderCutsAndCrashesAtBothRingRoles) {
   }
 }
 
+// One switch at a time, at any node and port, forced and manual, given and cleared.
+TEST_P(CleanRing, HasNoViolationUnderSwitchesAtBothRingRoles) {
+  for (const uint32_t ring_role : {0U, 1U}) {
+    RingPlan plan;
+    plan.nodes = GetParam();
+    plan.ring_role = ring_role;
+    Simulation simulation(make_ring(plan), options_with(plan.nodes));
+    Inspection inspection(simulation);
+    Random chance(ring_role, 2000 + plan.nodes);
+    inspection.expect_home();
+    for (int round = 0; round < 6; ++round) {
+      const auto place = static_cast<NodeIndex>(chance.next() % plan.nodes);
+      const auto port = static_cast<uint32_t>(1 + chance.next() % 2);
+      const auto command = chance.next() % 2 == 0 ? mgmt::kForcedSwitch : mgmt::kManualSwitch;
+      EXPECT_TRUE(simulation.execute(place, make_request(command, {1, port})).accepted());
+      simulation.run_for(chance.in({0, 15 * kSecondUs}));
+      EXPECT_TRUE(simulation.execute(place, make_request(mgmt::kClear, {1})).accepted());
+      inspection.expect_home();
+    }
+    EXPECT_TRUE(inspection.clean()) << "role " << ring_role << "\n"
+                                    << text_of(violations(inspection));
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Rings, CleanRing, testing::Range<size_t>(2, 17));
+
+TEST(CleanLadder, HasNoViolationUnderSingleCutsAndSwitches) {
+  for (uint64_t seed = 1; seed <= 3; ++seed) {
+    Simulation simulation(make_ladder({}), options_with(seed));
+    Inspection inspection(simulation);
+    inspection.expect_home();
+    for (LinkIndex link = 0; link < simulation.topology().links.size(); ++link) {
+      simulation.cut(link);
+      simulation.run_for(kSettledUs);
+      simulation.restore(link);
+      inspection.expect_home();
+    }
+    for (const auto command : {mgmt::kForcedSwitch, mgmt::kManualSwitch}) {
+      EXPECT_TRUE(simulation.execute(0, make_request(command, {1, 1})).accepted());
+      simulation.run_for(kSettledUs);
+      EXPECT_TRUE(simulation.execute(0, make_request(mgmt::kClear, {1})).accepted());
+      inspection.expect_home();
+    }
+    EXPECT_TRUE(inspection.clean()) << "seed " << seed << "\n" << text_of(violations(inspection));
+  }
+}
 
 TEST(Inspection, NamesASplitByAForcedSwitchBesideAFailedLink) {
   Simulation simulation(make_ring({}), options_with(1));
@@ -208,6 +346,71 @@ TEST(Inspection, NamesASplitByAForcedSwitchBesideAFailedLink) {
   EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
   EXPECT_THAT(inspection.findings(),
               Contains(Field(&Finding::surprise, testing::HasSubstr(surprise::kForcedLeft))));
+}
+
+TEST(Inspection, NamesTheLoopOfCrossedFailureMessagesAndNoOther) {
+  Options options = options_with(1);
+  // All at once, and after the carriers: a carrier that comes later is a restore itself.
+  options.timing.boot_us = {6 * kMillisecondUs, 6 * kMillisecondUs};
+  Simulation simulation(make_ring({.revertive = false, .delay_us = {1000, 1000}}), options);
+  Inspection inspection(simulation);
+  simulation.run_for(10 * kSecondUs);
+  simulation.cut(1);
+  simulation.run_for(kSettledUs);
+  simulation.restore(1);
+  simulation.run_for(30 * kSecondUs);
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  EXPECT_THAT(inspection.findings(),
+              Contains(testing::AllOf(Field(&Finding::check, "loop"),
+                                      Field(&Finding::surprise, surprise::kCrossedFailures))));
+  // The loop is opened, and a forged failure closes the next one.
+  simulation.execute(0, make_request(mgmt::kForcedSwitch, {1, 1}));
+  simulation.run_for(kSettledUs);
+  simulation.execute(0, make_request(mgmt::kClear, {1}));
+  std::vector<uint8_t> frame = sound_frame();
+  frame[11] = frame[29] = 99;
+  simulation.run_for(kSettledUs);
+  simulation.inject({1, 1}, frame);
+  simulation.run_for(kSettledUs);
+  EXPECT_TRUE(found(inspection, "loop"));
+}
+
+TEST(Inspection, NamesTheLoopOfALinkThatFailedSecondAtBothEnds) {
+  size_t loops = 0;
+  for (uint64_t seed = 1; seed <= 5; ++seed) {
+    Simulation simulation(make_ladder({}), options_with(seed));
+    Inspection inspection(simulation);
+    inspection.expect_home();
+    simulation.cut(0);
+    simulation.cut(2);
+    simulation.run_for(kSettledUs);
+    simulation.cut(1);
+    simulation.run_for(2 * kSettledUs);
+    simulation.restore(1);
+    simulation.run_for(kSettledUs);
+    simulation.restore(0);
+    simulation.restore(2);
+    inspection.expect_home();
+    EXPECT_TRUE(inspection.clean()) << "seed " << seed << "\n" << text_of(violations(inspection));
+    for (const Finding& finding : inspection.findings()) {
+      if (finding.check == "loop") {
+        EXPECT_EQ(finding.surprise, surprise::kSecondFailure);
+        ++loops;
+      }
+    }
+  }
+  EXPECT_GT(loops, 0U);
+}
+
+// Two nodes that watch loop by their configuration, whatever fails: nobody's surprise.
+TEST(Inspection, DoesNotNameTheLoopOfTwoWatchingNodes) {
+  Simulation simulation(make_ladder({.interconnection_roles = {1, 1}}), options_with(1));
+  Inspection inspection(simulation);
+  inspection.expect_home();
+  simulation.cut(0);
+  simulation.run_for(kSettledUs);
+  const auto all = violations(inspection);
+  EXPECT_THAT(all, Contains(Field(&Finding::check, "loop")));
 }
 
 }  // namespace erps::sim
