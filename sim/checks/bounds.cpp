@@ -32,6 +32,15 @@ Bounds bounds_of(const Topology& topology, const Timing& timing, int64_t slownes
     requests = std::max(requests, configuration_of(node).size());
   }
   bounds.detection_us = std::max(timing.carrier_down_us.high, timing.carrier_up_us.high);
+  // A failure is told when its hold-off is over, and that is looked at once a tick.
+  uint32_t holdoff_ms = 0;
+  for (const NodePlan& node : topology.nodes) {
+    holdoff_ms = std::max(holdoff_ms, node.holdoff_ms);
+  }
+  if (holdoff_ms != 0) {
+    bounds.detection_us +=
+        int64_t{holdoff_ms} * kMillisecondUs + kTickUs + slowness * timing.tick_late_us.high;
+  }
   const auto configuration = static_cast<int64_t>(requests);
   bounds.start_us = timing.boot_us.high + 2 * configuration * bounds.node_us;
   bounds.repair_us = bounds.detection_us + 2 * bounds.transit_us;

@@ -27,6 +27,10 @@ bool sends_fs(const RingSnapshot& ring) {
   return ring.sending && ring.tx_request == kFsMessage;
 }
 
+bool is_pending(const RingSnapshot& ring) {
+  return ring.state == static_cast<uint32_t>(RingState::kPending);
+}
+
 // What matters here.
 bool same(const RingSnapshot* one, const RingSnapshot* other) {
   if (one == nullptr || other == nullptr) {
@@ -34,7 +38,7 @@ bool same(const RingSnapshot* one, const RingSnapshot* other) {
   }
   return one->state == other->state && one->local_priority == other->local_priority &&
          has_failed_link(*one) == has_failed_link(*other) && has_block(*one) == has_block(*other) &&
-         sends_fs(*one) == sends_fs(*other);
+         sends_fs(*one) == sends_fs(*other) && one->sending == other->sending;
 }
 
 }  // namespace
@@ -58,8 +62,10 @@ void ForcedSwitches::on_step(const Step& step) {
     const bool blocks =
         ring->state == kForced && !own && (has_block(*ring) || has_failed_link(*ring));
     failed = failed || has_failed_link(*ring) || blocks;
+    // Who leaves it on a message keeps its block and says nothing, until R-APS(NR,RB).
+    const bool is_left = blocks || (is_pending(*ring) && !ring->sending && has_block(*ring));
     switches += own && ring->state == kForced ? 1 : 0;
-    left += blocks ? 1 : 0;
+    left += is_left ? 1 : 0;
     stuck += !own && sends_fs(*ring) ? 1 : 0;
   };
   for (NodeIndex node = 0; node < nodes_; ++node) {

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "sim/checks/graph.h"
+#include "sim/checks/ring_model.h"
 #include "sim/checks/surprises.h"
 
 namespace erps::sim {
@@ -23,9 +24,19 @@ std::string in_milliseconds(int64_t time_us) {
 
 PartitionJudge::PartitionJudge(Simulation& simulation, const RingWatch& watch, const Bounds& bounds,
                                Mishaps& mishaps, ForcedSwitches& forced)
-    : simulation_(simulation), watch_(watch), bounds_(bounds), mishaps_(mishaps), forced_(forced) {}
+    : simulation_(simulation),
+      watch_(watch),
+      bounds_(bounds),
+      mishaps_(mishaps),
+      forced_(forced),
+      dead_(simulation.topology().nodes.size()) {}
 
 void PartitionJudge::on_record(const Record& record) {
+  if (record.kind == RecordKind::kKilled || record.kind == RecordKind::kStopped) {
+    dead_[record.node] = true;
+  } else if (record.kind == RecordKind::kRunning || record.kind == RecordKind::kCrash) {
+    dead_[record.node] = false;
+  }
   // A node without its software is split off until that runs.
   if (record.kind == RecordKind::kRunning) {
     starts_us_.push_back(record.time_us);
@@ -43,10 +54,70 @@ void PartitionJudge::on_forwarding(int64_t time_us, const Forwarding& forwarding
     }
   }
   if (split) {
-    waiting_.back().blocks.push_back({time_us, blocking(forwarding), is_by_silence(forwarding)});
+    auto nodes = blocking(forwarding);
+    const char* surprise = surprise_in(forwarding, nodes);
+    waiting_.back().blocks.push_back({time_us, std::move(nodes), surprise});
   }
   open_ = split;
   judge_old(time_us);
+}
+
+const char* PartitionJudge::surprise_in(const Forwarding& forwarding,
+                                        const std::set<NodeIndex>& blocking) const {
+  if (is_by_silence(forwarding)) {
+    return surprise::kSilentFailure;
+  }
+  if (is_by_dead_modules(forwarding)) {
+    return surprise::kNoModule;
+  }
+  const char* surprise = nullptr;
+  for (const NodeIndex node : blocking) {
+    if (owner_is_no_help(node, surprise)) {
+      return surprise;
+    }
+  }
+  return nullptr;
+}
+
+// Whether the partition would end if the dead nodes opened their ports.
+bool PartitionJudge::is_by_dead_modules(const Forwarding& forwarding) const {
+  Forwarding healed = forwarding;
+  for (Arc& arc : healed.arcs) {
+    const auto& ends = simulation_.topology().links[arc.link].ends;
+    arc.forwards = arc.forwards ||
+                   (arc.works && std::all_of(ends.begin(), ends.end(), [&](const LinkEnd& end) {
+                      return dead_[end.node] || simulation_.port_forwards(end);
+                    }));
+  }
+  return !has_partition(healed);
+}
+
+// A node that blocks in pending waits for the owner, which is dead or repeats something else.
+bool PartitionJudge::owner_is_no_help(NodeIndex blocking, const char*& surprise) const {
+  constexpr uint32_t kOwner = 1;
+  constexpr uint8_t kEventMessage = 14;
+  for (const RingSnapshot& waiting : watch_.rings(blocking)) {
+    if (waiting.state != static_cast<uint32_t>(RingState::kPending)) {
+      continue;
+    }
+    for (NodeIndex node = 0; node < dead_.size(); ++node) {
+      const auto& rings = simulation_.topology().nodes[node].rings;
+      const bool is_owner = std::any_of(rings.begin(), rings.end(), [&](const RingConfig& ring) {
+        return ring.ring == waiting.ring && ring.node_role == kOwner;
+      });
+      const RingSnapshot* owner = watch_.ring(node, waiting.ring);
+      if (is_owner && dead_[node]) {
+        surprise = surprise::kNoModule;
+        return true;
+      }
+      if (is_owner && owner != nullptr && owner->sending && owner->tx_request == kEventMessage &&
+          owner->state == static_cast<uint32_t>(RingState::kIdle)) {
+        surprise = surprise::kEventRepeated;
+        return true;
+      }
+    }
+  }
+  return false;
 }
 
 bool PartitionJudge::is_by_silence(const Forwarding& forwarding) const {
@@ -126,15 +197,17 @@ void PartitionJudge::judge(const Partition& partition, FindingList& into) const 
     }
     for (size_t i = 0; i < partition.blocks.size(); ++i) {
       const bool is_last = i + 1 == partition.blocks.size();
-      if (partition.blocks[i].by_silence) {
+      if (partition.blocks[i].surprise != nullptr) {
         cover(partition.blocks[i].from_us,
               (is_last ? partition.to_us : partition.blocks[i + 1].from_us) + bounds_.repair_us,
-              surprise::kSilentFailure);
+              partition.blocks[i].surprise);
       }
     }
     for (const Mishap& mishap : mishaps_.all()) {
       int64_t until_us = mishap.time_us + mishap.lasts_us;
-      if (mishap.surprise == surprise::kCameLate) {
+      if (mishap.surprise == surprise::kStalled) {
+        until_us += bounds_.repair_us;
+      } else if (mishap.surprise == surprise::kCameLate) {
         until_us = std::min(until_us, partition.blocked_until_us(mishap.node, covered_us));
       }
       cover(mishap.time_us, until_us, mishap.surprise);

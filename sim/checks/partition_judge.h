@@ -32,7 +32,7 @@ class PartitionJudge final : public Checker, public Observer {
   struct Blocks {
     int64_t from_us = 0;
     std::set<NodeIndex> nodes;
-    bool by_silence = false;  // there would be no partition if links that seem to work did
+    const char* surprise = nullptr;  // that makes the partition by itself
   };
   struct Partition : Spell {
     std::vector<Blocks> blocks;
@@ -41,7 +41,10 @@ class PartitionJudge final : public Checker, public Observer {
     int64_t blocked_until_us(NodeIndex node, int64_t time_us) const;
   };
 
+  const char* surprise_in(const Forwarding& forwarding, const std::set<NodeIndex>& blocking) const;
   bool is_by_silence(const Forwarding& forwarding) const;
+  bool is_by_dead_modules(const Forwarding& forwarding) const;
+  bool owner_is_no_help(NodeIndex blocking, const char*& surprise) const;
   std::set<NodeIndex> blocking(const Forwarding& forwarding) const;
   void judge(const Partition& partition, FindingList& into) const;
   void judge_old(int64_t now_us);
@@ -53,6 +56,7 @@ class PartitionJudge final : public Checker, public Observer {
   ForcedSwitches& forced_;
   std::vector<Partition> waiting_;  // to be judged once all is known of them
   std::vector<int64_t> starts_us_;
+  std::vector<bool> dead_;  // by node: powered, and its module is not there
   bool open_ = false;
   FindingList findings_;
 };

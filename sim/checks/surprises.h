@@ -20,6 +20,10 @@ inline constexpr char kLost[] = "message lost on its way";
 inline constexpr char kSilentFailure[] = "link failed one way unseen";
 // The platform refused what the module asked of it.
 inline constexpr char kCallFailed[] = "platform call failed";
+// The module of a node is dead: its ports stay as they are, and it passes on no message.
+inline constexpr char kNoModule[] = "node without its module";
+// At an owner that is an interconnection node: R-APS(NR,RB) is not repeated then.
+inline constexpr char kEventRepeated[] = "owner repeats an Event in place of R-APS(NR,RB)";
 // WTR, WTB or a command outranked it, and it is needed now.
 inline constexpr char kOutranked[] = "message refused while a local request stood";
 inline constexpr char kManualCollision[] = "two manual switches that met";

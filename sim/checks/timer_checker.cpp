@@ -129,7 +129,9 @@ void TimerChecker::on_step(const Step& step) {
   }
   expect_not_overdue(step.node, step.ring(), timers, step.from_us, findings_);
 
-  const bool expired = step.cause == Step::Cause::kTimer;
+  // The end of a hold-off stops what waits, too.
+  const bool expired =
+      step.cause == Step::Cause::kTimer && !is(after.state, RingState::kProtection);
   const auto follow = [&](Kind kind, bool ran, bool runs_now) {
     if (ran && !runs_now) {
       if (expired) {
