@@ -7,6 +7,9 @@ include(GoogleTest)
 
 function(erps_add_tests target)
   cmake_parse_arguments(TESTS "SERIAL" "LABEL;TIMEOUT" "SANITIZE" ${ARGN})
+  string(REPLACE ";" "|" wanted "${TESTS_SANITIZE}")
+  string(REPLACE "," ";" sanitizers "${ERPS_SANITIZE}")
+  list(FILTER sanitizers INCLUDE REGEX "^(${wanted})$")
   if(NOT ERPS_SANITIZE)
     # One label: discovery at test time takes a list of labels apart.
     set(properties LABELS ${TESTS_LABEL} TIMEOUT ${TESTS_TIMEOUT})
@@ -14,7 +17,7 @@ function(erps_add_tests target)
       list(APPEND properties RUN_SERIAL TRUE)
     endif()
     gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
-  elseif(ERPS_SANITIZE IN_LIST TESTS_SANITIZE)
+  elseif(sanitizers)
     add_test(NAME ${target} COMMAND ${target})
     set_tests_properties(${target} PROPERTIES
       LABELS sanitize TIMEOUT 900 RUN_SERIAL TRUE SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\] [1-9]")

@@ -8,7 +8,7 @@ skipped=0
 select=() # further arguments of ctest, such as -R REGEX
 
 # shellcheck disable=SC2034 # for who sources this
-sanitizers=(asan ubsan tsan)
+sanitizers=(asan tsan)
 
 # Prints the last line, "N passed, M failed", with ", K skipped" behind it when tests could not run
 # here; true when there is nothing to mend.
