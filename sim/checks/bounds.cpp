@@ -31,7 +31,8 @@ Bounds bounds_of(const Topology& topology, const Timing& timing, int64_t slownes
     bounds.transit_us += bounds.node_us;
     requests = std::max(requests, configuration_of(node).size());
   }
-  bounds.detection_us = std::max(timing.carrier_down_us.high, timing.carrier_up_us.high);
+  bounds.carrier_us = std::max(timing.carrier_down_us.high, timing.carrier_up_us.high);
+  bounds.detection_us = bounds.carrier_us;
   // A failure is told when its hold-off is over, and that is looked at once a tick.
   uint32_t holdoff_ms = 0;
   for (const NodePlan& node : topology.nodes) {

@@ -104,8 +104,20 @@ void LoopJudge::on_sender(const Step& step, NodeIndex sender, const RingSnapshot
   }
   if (request == RingRequest::kRapsNr && is(*step.before, RingState::kPending) &&
       is_open_end(ring)) {
-    hand_overs_.push_back({step.to_us});
+    hand_overs_.push_back({step.to_us, step.ring()});
   }
+}
+
+bool LoopJudge::is_open_all_around(uint32_t ring) const {
+  bool is_open = true;
+  for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
+    if (const RingSnapshot* at = watch_.ring(node, ring); at != nullptr) {
+      is_open = is_open && std::all_of(at->ports.begin(), at->ports.end(), [](const auto& port) {
+                  return !port.present || (port.link_up && port.forwarding);
+                });
+    }
+  }
+  return is_open;
 }
 
 const char* LoopJudge::surprise_at(int64_t time_us) const {
@@ -124,7 +136,7 @@ const char* LoopJudge::surprise_at(int64_t time_us) const {
   const auto other_end_too = [&](const Return& last) {
     return std::any_of(returns_.begin(), returns_.end(), [&](const Return& one) {
       return one.link == last.link && one.node != last.node &&
-             last.time_us - one.time_us <= bounds_.detection_us;
+             last.time_us - one.time_us <= bounds_.carrier_us;
     });
   };
   for (const Return& last : returns_) {
@@ -133,8 +145,9 @@ const char* LoopJudge::surprise_at(int64_t time_us) const {
     }
   }
   const bool is_handed_over =
-      std::any_of(hand_overs_.begin(), hand_overs_.end(),
-                  [=](const HandOver& one) { return one.time_us == time_us; });
+      std::any_of(hand_overs_.begin(), hand_overs_.end(), [=, this](const HandOver& one) {
+        return one.time_us == time_us || is_open_all_around(one.ring);
+      });
   return is_handed_over ? surprise::kOpenEnd : "";
 }
 
@@ -156,7 +169,7 @@ void LoopJudge::tell(const Loop& loop, FindingList& into) const {
   const int64_t length_us = loop.to_us - loop.from_us;
   const bool is_too_long =
       (loop.surprise == surprise::kSecondFailure &&
-       length_us > bounds_.detection_us + 2 * bounds_.transit_us) ||
+       length_us > bounds_.carrier_us + 2 * bounds_.transit_us) ||
       (loop.surprise == surprise::kOpenEnd && length_us > home_bound_us(topology_));
   into.add({"loop", loop.from_us, loop.to_us, std::nullopt,
             "frames circulate for " + in_milliseconds(length_us),
@@ -165,7 +178,10 @@ void LoopJudge::tell(const Loop& loop, FindingList& into) const {
 
 void LoopJudge::forget_before(int64_t time_us) {
   std::erase_if(crossings_, [=](const Crossing& one) { return one.time_us < time_us; });
-  std::erase_if(hand_overs_, [=](const HandOver& one) { return one.time_us < time_us; });
+  // What nobody has blocked since may close another loop.
+  std::erase_if(hand_overs_, [=, this](const HandOver& one) {
+    return one.time_us < time_us && !is_open_all_around(one.ring);
+  });
   std::erase_if(returns_, [=](const Return& one) { return one.time_us < time_us; });
 }
 

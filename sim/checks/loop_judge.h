@@ -43,6 +43,7 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
   // A node opened on the R-APS(NR) of a sub-ring's end that has started and blocks nothing.
   struct HandOver {
     int64_t time_us = 0;
+    uint32_t ring = 0;
   };
   struct Loop {
     int64_t from_us = 0;
@@ -51,6 +52,7 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
   };
 
   void on_sender(const Step& step, NodeIndex sender, const RingSnapshot& ring);
+  bool is_open_all_around(uint32_t ring) const;
   const char* surprise_at(int64_t time_us) const;
   void tell(const Loop& loop, FindingList& into) const;
   void forget_before(int64_t time_us);

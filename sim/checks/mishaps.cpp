@@ -118,6 +118,7 @@ void Mishaps::on_record(const Record& record) {
     case RecordKind::kKilled:
     case RecordKind::kStopped:
       member = Member{};
+      member.dead = record.kind != RecordKind::kCrash;
       break;
     case RecordKind::kCarrier:
       if (record.a == 1) {
@@ -126,6 +127,7 @@ void Mishaps::on_record(const Record& record) {
       break;
     case RecordKind::kRunning:
       member.running = true;
+      member.dead = false;
       on_connection(record);
       break;
     case RecordKind::kCallFailed:
@@ -138,6 +140,27 @@ void Mishaps::on_record(const Record& record) {
       break;
     default:
       break;
+  }
+}
+
+// What a node without its module does not pass on is missed by whom it concerns.
+void Mishaps::on_reception(int64_t time_us, NodeIndex node, uint32_t /*port*/,
+                           const std::vector<uint8_t>& bytes) {
+  constexpr size_t kRingOctet = 5;
+  constexpr size_t kRequestOctet = 22;
+  constexpr size_t kNodeIdEndOctet = 28;
+  if (!members_[node].dead || bytes.size() <= kNodeIdEndOctet + 1) {
+    return;
+  }
+  const RapsMessage message{uint32_t{bytes[kRingOctet]} << 16U |
+                                uint32_t{bytes[kRequestOctet]} << 8U | bytes[kRequestOctet + 1],
+                            uint32_t{bytes[kNodeIdEndOctet]} << 8U | bytes[kNodeIdEndOctet + 1]};
+  for (NodeIndex listener = 0; listener < members_.size(); ++listener) {
+    for (const RingSnapshot& ring : watch_.rings(listener)) {
+      if ((ring.ring & 0xFFU) == message.ring() && matters(ring, message)) {
+        mishaps_.push_back({time_us, surprise::kNoModule, listener, repeat_us_});
+      }
+    }
   }
 }
 

@@ -28,6 +28,8 @@ class Mishaps final : public Observer, public StepListener {
   Mishaps(Simulation& simulation, const RingWatch& watch, int64_t repeat_us);
 
   void on_record(const Record& record) override;
+  void on_reception(int64_t time_us, NodeIndex node, uint32_t port,
+                    const std::vector<uint8_t>& bytes) override;
   void on_forwarding(int64_t time_us, const Forwarding& forwarding) override;
   void on_step(const Step& step) override;
 
@@ -61,6 +63,7 @@ class Mishaps final : public Observer, public StepListener {
     std::vector<uint32_t> sent_through;  // ports, own messages of the present event
     int64_t event_us = 0;
     bool running = false;
+    bool dead = false;          // powered, and without its module
     int64_t held_back_us = -1;  // when a message of its own was, last
   };
 

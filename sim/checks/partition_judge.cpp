@@ -207,7 +207,7 @@ void PartitionJudge::judge(const Partition& partition, FindingList& into) const 
       int64_t until_us = mishap.time_us + mishap.lasts_us;
       if (mishap.surprise == surprise::kStalled) {
         until_us += bounds_.repair_us;
-      } else if (mishap.surprise == surprise::kCameLate) {
+      } else if (mishap.surprise == surprise::kCameLate || mishap.surprise == surprise::kNoModule) {
         until_us = std::min(until_us, partition.blocked_until_us(mishap.node, covered_us));
       }
       cover(mishap.time_us, until_us, mishap.surprise);
