@@ -31,6 +31,10 @@ bool is_pending(const RingSnapshot& ring) {
   return ring.state == static_cast<uint32_t>(RingState::kPending);
 }
 
+bool is_idle(const RingSnapshot& ring) {
+  return ring.state == static_cast<uint32_t>(RingState::kIdle);
+}
+
 // What matters here.
 bool same(const RingSnapshot* one, const RingSnapshot* other) {
   if (one == nullptr || other == nullptr) {
@@ -63,7 +67,11 @@ void ForcedSwitches::on_step(const Step& step) {
         ring->state == kForced && !own && (has_block(*ring) || has_failed_link(*ring));
     failed = failed || has_failed_link(*ring) || blocks;
     // Who leaves it on a message keeps its block and says nothing, until R-APS(NR,RB).
-    const bool is_left = blocks || (is_pending(*ring) && !ring->sending && has_block(*ring));
+    // Whose link fails meanwhile does not say so later.
+    const bool says_nothing = has_failed_link(*ring) && ring->local_priority == 0 &&
+                              (is_pending(*ring) || is_idle(*ring));
+    const bool is_left =
+        blocks || says_nothing || (is_pending(*ring) && !ring->sending && has_block(*ring));
     switches += own && ring->state == kForced ? 1 : 0;
     left += is_left ? 1 : 0;
     stuck += !own && sends_fs(*ring) ? 1 : 0;

@@ -92,7 +92,8 @@ bool PartitionJudge::is_by_dead_modules(const Forwarding& forwarding) const {
   return !has_partition(healed);
 }
 
-// A node that blocks in pending waits for the owner, which is dead or repeats something else.
+// A node that blocks in pending waits for the owner or for a lower node ID: which is dead, or
+// repeats something else.
 bool PartitionJudge::owner_is_no_help(NodeIndex blocking, const char*& surprise) const {
   constexpr uint32_t kOwner = 1;
   constexpr uint8_t kEventMessage = 14;
@@ -105,13 +106,19 @@ bool PartitionJudge::owner_is_no_help(NodeIndex blocking, const char*& surprise)
       const bool is_owner = std::any_of(rings.begin(), rings.end(), [&](const RingConfig& ring) {
         return ring.ring == waiting.ring && ring.node_role == kOwner;
       });
-      const RingSnapshot* owner = watch_.ring(node, waiting.ring);
+      const RingSnapshot* other = watch_.ring(node, waiting.ring);
       if (is_owner && dead_[node]) {
         surprise = surprise::kNoModule;
         return true;
       }
-      if (is_owner && owner != nullptr && owner->sending && owner->tx_request == kEventMessage &&
-          owner->state == static_cast<uint32_t>(RingState::kIdle)) {
+      if (is_owner && other != nullptr && other->sending && other->tx_request == kEventMessage &&
+          other->state == static_cast<uint32_t>(RingState::kIdle)) {
+        surprise = surprise::kEventRepeated;
+        return true;
+      }
+      // To whom it would hand over, if it heard the R-APS(NR).
+      if (other != nullptr && other->sending && other->tx_request == kEventMessage &&
+          other->state == waiting.state && other->local_node_id < waiting.local_node_id) {
         surprise = surprise::kEventRepeated;
         return true;
       }

@@ -22,8 +22,8 @@ inline constexpr char kSilentFailure[] = "link failed one way unseen";
 inline constexpr char kCallFailed[] = "platform call failed";
 // The module of a node is dead: its ports stay as they are, and it passes on no message.
 inline constexpr char kNoModule[] = "node without its module";
-// At an owner that is an interconnection node: R-APS(NR,RB) is not repeated then.
-inline constexpr char kEventRepeated[] = "owner repeats an Event in place of R-APS(NR,RB)";
+// An interconnection node tells of its sub-ring, and its R-APS(NR) or R-APS(NR,RB) is not repeated.
+inline constexpr char kEventRepeated[] = "Event repeated in place of what was said before";
 // WTR, WTB or a command outranked it, and it is needed now.
 inline constexpr char kOutranked[] = "message refused while a local request stood";
 inline constexpr char kManualCollision[] = "two manual switches that met";
