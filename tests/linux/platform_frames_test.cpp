@@ -316,7 +316,8 @@ TEST_F(FramesTest, StormIsBoundedByTheKernelAndRefusedHere) {
   EXPECT_EQ(port(1).frames_received, heard);
 
   std::vector<HistoryRecord> told = history();
-  std::erase_if(told, [](const HistoryRecord& record) { return record.kind != HistoryKind::kFlood; });
+  std::erase_if(told,
+                [](const HistoryRecord& record) { return record.kind != HistoryKind::kFlood; });
   EXPECT_GE(told.size(), 1u);
   EXPECT_LE(told.size(), 5u) << "more often than once a second";
   for (const HistoryRecord& record : told) {
