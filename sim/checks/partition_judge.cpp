@@ -15,6 +15,9 @@ namespace {
 // Steps are told when the node takes its next event, at the latest with a repetition.
 constexpr int64_t kAllToldUs = 10 * kSecondUs;
 
+// How often the reason of a partition is looked for.
+constexpr int64_t kLookUs = 100 * kMillisecondUs;
+
 std::string in_milliseconds(int64_t time_us) {
   return std::to_string(time_us / kMillisecondUs) + "." +
          std::to_string(time_us % kMillisecondUs / 100) + " ms";
@@ -37,6 +40,9 @@ void PartitionJudge::on_record(const Record& record) {
   } else if (record.kind == RecordKind::kRunning || record.kind == RecordKind::kCrash) {
     dead_[record.node] = false;
   }
+  if (open_ && record.time_us - looked_us_ >= kLookUs) {
+    look(record.time_us);
+  }
   // A node without its software is split off until that runs.
   if (record.kind == RecordKind::kRunning) {
     starts_us_.push_back(record.time_us);
@@ -54,12 +60,24 @@ void PartitionJudge::on_forwarding(int64_t time_us, const Forwarding& forwarding
     }
   }
   if (split) {
+    forwarding_ = forwarding;
     auto nodes = blocking(forwarding);
     const char* surprise = surprise_in(forwarding, nodes);
     waiting_.back().blocks.push_back({time_us, std::move(nodes), surprise});
+    looked_us_ = time_us;
   }
   open_ = split;
   judge_old(time_us);
+}
+
+// The reason of a partition may change while it lasts.
+void PartitionJudge::look(int64_t time_us) {
+  const Blocks& last = waiting_.back().blocks.back();
+  const char* surprise = surprise_in(forwarding_, last.nodes);
+  if (surprise != last.surprise) {
+    waiting_.back().blocks.push_back({time_us, last.nodes, surprise});
+  }
+  looked_us_ = time_us;
 }
 
 const char* PartitionJudge::surprise_in(const Forwarding& forwarding,

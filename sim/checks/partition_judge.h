@@ -41,6 +41,7 @@ class PartitionJudge final : public Checker, public Observer {
     int64_t blocked_until_us(NodeIndex node, int64_t time_us) const;
   };
 
+  void look(int64_t time_us);
   const char* surprise_in(const Forwarding& forwarding, const std::set<NodeIndex>& blocking) const;
   bool is_by_silence(const Forwarding& forwarding) const;
   bool is_by_dead_modules(const Forwarding& forwarding) const;
@@ -56,6 +57,8 @@ class PartitionJudge final : public Checker, public Observer {
   ForcedSwitches& forced_;
   std::vector<Partition> waiting_;  // to be judged once all is known of them
   std::vector<int64_t> starts_us_;
+  Forwarding forwarding_;   // at the last change of the partition that lasts
+  int64_t looked_us_ = 0;   // when its reason was last looked for
   std::vector<bool> dead_;  // by node: powered, and its module is not there
   bool open_ = false;
   FindingList findings_;

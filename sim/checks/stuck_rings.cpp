@@ -53,6 +53,26 @@ const char* reason_of(const Step& step) {
   return nullptr;
 }
 
+// A node in pending does not hear the R-APS(NR,RB) in whose place an idle owner repeats an Event.
+bool waits_for_a_silent_owner(Simulation& simulation, NodeIndex node, uint32_t id) {
+  constexpr uint8_t kEventMessage = 14;
+  const auto ring_matches = [&](NodeIndex at, const auto& condition) {
+    const auto rings = simulation.records(at).rings();
+    return std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
+      return ring.ring == id && condition(ring);
+    });
+  };
+  bool owner_is_silent = false;
+  for (NodeIndex other = 0; other < simulation.topology().nodes.size(); ++other) {
+    owner_is_silent = owner_is_silent || ring_matches(other, [](const RingSnapshot& ring) {
+                        return is_owner(ring) && is(ring, RingState::kIdle) && ring.sending &&
+                               ring.tx_request == kEventMessage;
+                      });
+  }
+  return owner_is_silent &&
+         ring_matches(node, [](const RingSnapshot& ring) { return is(ring, RingState::kPending); });
+}
+
 }  // namespace
 
 void StuckRings::on_record(const Record& record) {
@@ -80,6 +100,10 @@ std::set<std::string> StuckRings::explain(uint32_t ring,
   bool whole_ring = false;
   for (const NodeIndex node : not_home) {
     const auto found = stuck_.find({node, ring});
+    if (found == stuck_.end() && waits_for_a_silent_owner(simulation_, node, ring)) {
+      reasons.insert(surprise::kEventRepeated);
+      continue;
+    }
     if (found == stuck_.end()) {
       everybody = false;
       continue;
