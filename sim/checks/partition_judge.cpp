@@ -233,7 +233,9 @@ void PartitionJudge::judge(const Partition& partition, FindingList& into) const 
       if (mishap.surprise == surprise::kStalled) {
         until_us += bounds_.repair_us;
       } else if (mishap.surprise == surprise::kCameLate || mishap.surprise == surprise::kNoModule) {
-        until_us = std::min(until_us, partition.blocked_until_us(mishap.node, covered_us));
+        const int64_t blocked_us = partition.blocked_until_us(mishap.node, covered_us);
+        until_us = blocked_us > covered_us ? std::min(until_us, blocked_us + bounds_.repair_us)
+                                           : covered_us;
       }
       cover(mishap.time_us, until_us, mishap.surprise);
       if (longer) {
