@@ -297,17 +297,21 @@ void Mishaps::on_new_message(const Step& step) {
   }
 }
 
-void Mishaps::add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const RingSnapshot& ring) {
+bool Mishaps::has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSnapshot& ring) const {
   const uint32_t id = id_end(topology_.nodes[speaker].address);
   const uint32_t words = words_of(ring);
+  const Member& member = members_[listener];
+  const bool heard_it =
+      std::any_of(member.heard.begin(), member.heard.end(), [&](const Heard& one) {
+        return one.ring == ring.ring && one.from == id && one.words == words;
+      });
+  return listener != speaker && member.running && !heard_it &&
+         has_ring(topology_.nodes[listener], ring.ring);
+}
+
+void Mishaps::add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const RingSnapshot& ring) {
   for (NodeIndex listener = 0; listener < members_.size(); ++listener) {
-    const Member& member = members_[listener];
-    const bool heard_it =
-        std::any_of(member.heard.begin(), member.heard.end(), [&](const Heard& one) {
-          return one.ring == ring.ring && one.from == id && one.words == words;
-        });
-    if (listener != speaker && member.running && has_ring(topology_.nodes[listener], ring.ring) &&
-        !heard_it) {
+    if (has_not_heard(listener, speaker, ring)) {
       mishaps_.push_back({time_us, surprise::kCameLate, listener, repeat_us_});
     }
   }

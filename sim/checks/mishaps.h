@@ -39,6 +39,8 @@ class Mishaps final : public Observer, public StepListener {
   // Whether a call to its platform failed at the node since then: what it holds or sends may
   // differ.
   bool call_failed(NodeIndex node, int64_t since_us) const { return failed_us_[node] >= since_us; }
+  // Whether the listener is yet to hear what the speaker repeats about the ring.
+  bool has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSnapshot& ring) const;
   // The surprises since then.
   std::set<std::string> names_since(int64_t time_us) const;
 

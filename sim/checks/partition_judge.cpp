@@ -82,7 +82,7 @@ void PartitionJudge::look(int64_t time_us) {
 
 const char* PartitionJudge::surprise_in(const Forwarding& forwarding,
                                         const std::set<NodeIndex>& blocking) const {
-  if (is_by_silence(forwarding)) {
+  if (is_by_silence(forwarding) || is_by_untold_failure(forwarding, blocking)) {
     return surprise::kSilentFailure;
   }
   if (is_by_dead_modules(forwarding)) {
@@ -95,6 +95,32 @@ const char* PartitionJudge::surprise_in(const Forwarding& forwarding,
     }
   }
   return nullptr;
+}
+
+// Whether one end of a link repeats its failure, the other one sees none, and who blocks has not
+// heard of it: the end that repeats cannot send towards it.
+bool PartitionJudge::is_by_untold_failure(const Forwarding& forwarding,
+                                          const std::set<NodeIndex>& blocking) const {
+  constexpr uint8_t kSfMessage = 11;
+  const auto is_untold = [&](const LinkEnd& end) {
+    const auto& rings = watch_.rings(end.node);
+    return std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
+      const bool failed_here =
+          std::any_of(ring.ports.begin(), ring.ports.end(), [&](const PortSnapshot& port) {
+            return port.present && port.port == end.port && !port.link_up;
+          });
+      return failed_here && ring.sending && ring.tx_request == kSfMessage &&
+             std::any_of(blocking.begin(), blocking.end(), [&](NodeIndex node) {
+               return mishaps_.has_not_heard(node, end.node, ring);
+             });
+    });
+  };
+  return std::any_of(forwarding.arcs.begin(), forwarding.arcs.end(), [&](const Arc& arc) {
+    const auto& ends = simulation_.topology().links[arc.link].ends;
+    return !arc.works && forwarding.powered[arc.from] && forwarding.powered[arc.to] &&
+           ((watch_.link_is_up(ends[0]) && is_untold(ends[1])) ||
+            (watch_.link_is_up(ends[1]) && is_untold(ends[0])));
+  });
 }
 
 // Whether the partition would end if the dead nodes opened their ports.

@@ -44,6 +44,8 @@ class PartitionJudge final : public Checker, public Observer {
   void look(int64_t time_us);
   const char* surprise_in(const Forwarding& forwarding, const std::set<NodeIndex>& blocking) const;
   bool is_by_silence(const Forwarding& forwarding) const;
+  bool is_by_untold_failure(const Forwarding& forwarding,
+                            const std::set<NodeIndex>& blocking) const;
   bool is_by_dead_modules(const Forwarding& forwarding) const;
   bool owner_is_no_help(NodeIndex blocking, const char*& surprise) const;
   std::set<NodeIndex> blocking(const Forwarding& forwarding) const;

@@ -16,7 +16,8 @@ inline constexpr char kCameLate[] = "rejoined part waits for a repetition";
 // Where the end that it was sent to had not noticed yet that its link is back.
 inline constexpr char kTooEarly[] = "message sent before the other end was up";
 inline constexpr char kLost[] = "message lost on its way";
-// One direction of a link is dead and no carrier tells: nothing protects against it.
+// One direction of a link is dead and no carrier tells, at one end or at both: the ring between the
+// end that sees nothing and its next failure or block is not told.
 inline constexpr char kSilentFailure[] = "link failed one way unseen";
 // The platform refused what the module asked of it.
 inline constexpr char kCallFailed[] = "platform call failed";
