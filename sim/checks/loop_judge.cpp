@@ -82,6 +82,11 @@ void LoopJudge::on_record(const Record& record) {
 }
 
 void LoopJudge::on_step(const Step& step) {
+  const bool starts = step.after != nullptr && step.after->enabled &&
+                      (step.before == nullptr || !step.before->enabled);
+  if (starts && is_open_end(*step.after)) {
+    hand_overs_.push_back({step.to_us, step.ring()});
+  }
   if (step.cause != Step::Cause::kFrame || step.before == nullptr || step.after == nullptr ||
       step.message.ring() != (step.before->ring & 0xFFU) ||
       !opens_a_port(*step.before, *step.after)) {

@@ -40,7 +40,7 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
     LinkIndex link = 0;
     NodeIndex node = 0;
   };
-  // A node opened on the R-APS(NR) of a sub-ring's end that has started and blocks nothing.
+  // A sub-ring's end started and blocks nothing, or a node opened on the R-APS(NR) of such an end.
   struct HandOver {
     int64_t time_us = 0;
     uint32_t ring = 0;
