@@ -42,6 +42,12 @@ class ErpsdHardship : public ErpsdNetwork {
     EXPECT_TRUE(guarded("eth2"));
   }
 
+  static std::string text_of(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+  }
+
   void expect_configuration_kept() {
     const json rings = shown()["rings"];
     ASSERT_EQ(rings.size(), 1u);
@@ -87,6 +93,8 @@ TEST_F(ErpsdHardship, FullEventQueueIsToldAndEmptiedByItself) {
   const mqd_t door = mq_open(mgmt::kEventQueueName, O_WRONLY | O_NONBLOCK);
   ASSERT_NE(door, static_cast<mqd_t>(-1));
   daemon_->signal(SIGSTOP);
+  const std::string stat = "/proc/" + std::to_string(daemon_->pid()) + "/stat";
+  ASSERT_TRUE(eventually([&] { return contains(text_of(stat), ") T "); }, kLimit));
   ERPS_EVENT_MSG_T event{};
   event.event_class = mgmt::kEventClass;
   event.type = mgmt::kEventTypeConf;

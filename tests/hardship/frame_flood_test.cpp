@@ -114,7 +114,7 @@ TEST_P(FrameFloodOfKind, LinkIsProtectedInTimeAndManagementAnswers) {
     EXPECT_LT(time_of_answer(node).count(), 1.0) << node;
   }
   ASSERT_NO_FATAL_FAILURE(await("  cut n2-n3\n"));
-  EXPECT_TRUE(flooded()) << "the flood ended before the cut";
+  EXPECT_TRUE(flooded()) << "the flood ended before the cut was over\n" << lab_->out_so_far();
   expect_flooded();
   const LabResult result = lab_->wait(kLongestRun);
   EXPECT_EQ(result.status, 0) << result.out << result.err;
@@ -122,7 +122,6 @@ TEST_P(FrameFloodOfKind, LinkIsProtectedInTimeAndManagementAnswers) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, FrameFloodOfKind,
                          ::testing::Values(std::pair("foreign", kStranger),
-                                           std::pair("malformed", kStranger),
                                            // n1's own address
                                            std::pair("normal", "02:00:00:00:00:01")),
                          [](const auto& kind) { return std::string(kind.param.first); });

@@ -3,8 +3,8 @@
 //
 //   raps_flood INTERFACE KIND SOURCE FRAMES-A-SECOND SECONDS
 //
-// KIND: normal (NR of ring 1, VLAN 100), foreign (the same of ring 7), malformed (behind the
-// addresses, bytes and lengths of all sorts). Ends with one line "sent N frames in S s".
+// KIND: normal (NR of ring 1, VLAN 100) or foreign (the same of ring 7). Ends with one
+// line "sent N frames in S s".
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
@@ -17,7 +17,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,25 +44,7 @@ Bytes frame_of_ring(const Order& order, uint8_t ring) {
   return frame;
 }
 
-// Deterministic, so that a failure can be had again.
-std::vector<Bytes> malformed_frames(const Order& order) {
-  std::mt19937 random(1);
-  std::vector<Bytes> frames;
-  for (size_t i = 0; i < kBatch; ++i) {
-    Bytes frame = frame_of_ring(order, 1);
-    for (size_t at = 18; at < frame.size(); ++at) {
-      frame[at] = static_cast<uint8_t>(random());
-    }
-    frame.resize(18 + random() % 1000, static_cast<uint8_t>(random()));
-    frames.push_back(frame);
-  }
-  return frames;
-}
-
 std::vector<Bytes> frames_of(const Order& order) {
-  if (order.kind == "malformed") {
-    return malformed_frames(order);
-  }
   return std::vector<Bytes>(kBatch, frame_of_ring(order, order.kind == "foreign" ? 7 : 1));
 }
 

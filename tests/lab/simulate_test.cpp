@@ -179,9 +179,9 @@ TEST_F(Simulate, ACampaignThatWasStoppedGoesOn) {
 
 // A ring that is not revertive never goes idle by itself.
 TEST_F(Simulate, AFailureComesWithTheCommandThatShowsItAndASmallerScenario) {
-  const std::string path = ring("revertive = false\n");
-  const LabResult result =
-      simulate({path, "--every-link", "--seed", "4", "--scenarios", directory_.path()});
+  // A module whose WTR never ends.
+  const LabResult result = simulate({ring(""), "--every-link", "--seed", "4", "--module",
+                                     ERPS_LOSES_THE_END_OF_WTR, "--scenarios", directory_.path()});
   EXPECT_EQ(result.status, 1) << result.err;
   const auto command = words_of(behind(result.out, "again: "));
   ASSERT_GT(command.size(), 4U) << result.out;
