@@ -75,6 +75,7 @@ bool EventQueue::open(const std::string& name, int depth) {
   }
   watch(door_.fd(), kDoorSource);
   name_ = name;
+  door_ready_ = false;
   std::fill(heads_.begin(), heads_.end(), nullptr);
   packets_.reset();
   in_process_.open();
@@ -87,7 +88,6 @@ void EventQueue::close() {
     return;
   }
   opened_ = false;
-  door_ready_ = false;
   in_process_.close();
   door_.close();  // closing takes it out of the epoll set too
   keeper_.abandon_event();
