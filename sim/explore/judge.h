@@ -31,6 +31,7 @@ class Judge {
 
  private:
   bool is_revertive(const NetworkState& state) const;
+  bool heard_no_nr(const NetworkState& state) const;
 
   Model& model_;
 };
