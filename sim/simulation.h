@@ -125,6 +125,7 @@ class Simulation {
   const LearningSwitch& fabric(NodeIndex node) const { return nodes_.at(node)->fabric; }
   uint64_t trace_hash() const { return world_.trace_hash(); }
   const Timing& timing() const { return world_.timing; }
+  bool flushes_in_the_background() const { return world_.options.flush_worker; }
   uint64_t seed() const { return world_.options.seed; }
 
  private:

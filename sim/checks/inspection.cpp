@@ -5,6 +5,7 @@
 
 #include "sim/checks/address_checker.h"
 #include "sim/checks/convergence.h"
+#include "sim/checks/flush_checker.h"
 #include "sim/checks/frame_checker.h"
 #include "sim/checks/loop_judge.h"
 #include "sim/checks/partition_judge.h"
@@ -34,6 +35,7 @@ struct Inspection::Checkers {
         frames(simulation.topology()),
         timers(simulation.topology(), watch, mishaps),
         addresses(simulation, bounds.repeat_us),
+        flushes(simulation.topology(), &mishaps),
         partitions(simulation, watch, bounds, mishaps, forced),
         loops(simulation, watch, bounds) {
     watch.add(mishaps);
@@ -42,6 +44,9 @@ struct Inspection::Checkers {
     watch.add(states);
     watch.add(timers);
     watch.add(addresses);
+    if (!simulation.flushes_in_the_background()) {
+      watch.add(flushes);
+    }
     watch.add(loops);
   }
 
@@ -54,16 +59,17 @@ struct Inspection::Checkers {
   FrameChecker frames;
   TimerChecker timers;
   AddressChecker addresses;
+  FlushChecker flushes;
   PartitionJudge partitions;
   LoopJudge loops;
   std::vector<Finding> home;
 
   // In the order in which they observe: the watch tells the others.
   std::vector<Observer*> observers() {
-    return {&watch, &mishaps, &stuck, &frames, &timers, &addresses, &partitions, &loops};
+    return {&watch, &mishaps, &stuck, &frames, &timers, &addresses, &flushes, &partitions, &loops};
   }
   std::vector<Checker*> all() {
-    return {&states, &frames, &timers, &addresses, &partitions, &loops};
+    return {&states, &frames, &timers, &addresses, &flushes, &partitions, &loops};
   }
 };
 

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
+#include "sim/checks/reception.h"
 #include "sim/checks/surprises.h"
 #include "sim/management.h"
+#include "sim/simulation.h"
 
 namespace erps::sim {
 
@@ -11,11 +13,6 @@ namespace {
 
 constexpr uint32_t kEventRequest = 14;
 constexpr uint32_t kSubRingRole = 2;
-
-bool has_port(const RingSnapshot& ring, uint32_t port) {
-  return ring.ports[0].port == port ||
-         (ring.ring_role != kSubRingRole && ring.ports[1].port == port);
-}
 
 void set_link(RingSnapshot& ring, uint32_t port, bool up) {
   for (size_t i = 0; i < (ring.ring_role == kSubRingRole ? 1U : 2U); ++i) {
@@ -46,6 +43,7 @@ std::string text_of(const RingSnapshot& ring) {
     text += ", port " + std::to_string(port.port) + (port.link_up ? " up" : " down") +
             (port.forwarding ? " forwarding" : " blocked");
   }
+  text += ring.guard_running ? ", guarded" : "";
   if (ring.sending) {
     text += ", sending " + std::to_string(ring.tx_request) + (ring.tx_rb ? " RB" : "");
   }
@@ -94,8 +92,9 @@ void StateChecker::on_step(const Step& step) {
   allow(step);
   const RingSnapshot& after = *step.after;
   const bool allowed =
-      std::any_of(outcomes_.begin(), outcomes_.end(),
-                  [&](const RingSnapshot& outcome) { return agrees(outcome, after); });
+      std::any_of(outcomes_.begin(), outcomes_.end(), [&](const RingSnapshot& outcome) {
+        return agrees(outcome, after) && guard_agrees(step, outcome);
+      });
   if (allowed) {
     return;
   }
@@ -115,7 +114,23 @@ void StateChecker::offer(const RingSnapshot& ring, RingRequest request,
                          const RequestDetails& details) {
   RingModel model(ring);
   model.offer(request, details);
+  add(model);
+}
+
+void StateChecker::add(RingModel& model) {
+  model.now.guard_running = model.now.guard_running || model.guard_started;
   outcomes_.push_back(model.now);
+}
+
+// A guard that ran before may have ended meanwhile, and so may one that started if the event took
+// that long.
+bool StateChecker::guard_agrees(const Step& step, const RingSnapshot& expected) const {
+  if (step.before == nullptr || step.before->guard_running ||
+      expected.guard_running == step.after->guard_running) {
+    return true;
+  }
+  const int64_t guard_us = int64_t{topology_.nodes[step.node].guard_ms} * kMillisecondUs;
+  return expected.guard_running && step.to_us - step.from_us >= guard_us;
 }
 
 void StateChecker::allow(const Step& step) {
@@ -140,13 +155,7 @@ void StateChecker::allow(const Step& step) {
       return;
     }
     case Step::Cause::kIndication:
-      outcomes_.push_back(*step.before);
-      for (const uint32_t indication : {1U, 2U}) {
-        RingModel model(*step.before);
-        model.indicate(indication);
-        outcomes_.push_back(model.now);
-      }
-      return;
+      return allow_after_indication(step);
   }
 }
 
@@ -189,16 +198,8 @@ void StateChecker::allow_after_frame(const Step& step) {
     outcomes_.push_back(*step.after);
     return;
   }
-  constexpr uint32_t kManualSwitchOfOthers = 8;
-  const RingRequest request = request_of(step.message.request(), step.message.rb());
-  const MacAddress& own = before.local_node_id;
-  const bool concerns = step.message.ring() == (before.ring & 0xFFU) &&
-                        (has_port(before, step.port) || before.ring_role == kSubRingRole) &&
-                        step.message.node != (uint32_t{own[4]} << 8U | own[5]);
-  const bool is_repetition = request == RingRequest::kRapsMs &&
-                             before.state == static_cast<uint32_t>(RingState::kManual) &&
-                             before.current_priority == kManualSwitchOfOthers;
-  if (!concerns || is_repetition || request == RingRequest::kNothing) {
+  const RingRequest request = request_made_by(step);
+  if (!takes_message(step) || request == RingRequest::kNothing) {
     outcomes_.push_back(before);
     return;
   }
@@ -219,6 +220,22 @@ void StateChecker::offer_message(const Step& step, RingRequest request) {
   if (first == last) {
     offer(*step.before, request, {0, false});
     offer(*step.before, request, {0, true});
+  }
+}
+
+// The trace does not tell which sub-ring it is for, nor what it says.
+void StateChecker::allow_after_indication(const Step& step) {
+  const bool is_for_this_one =
+      step.before->ring_role == kSubRingRole && topology_.nodes[step.node].sub_rings.size() == 1;
+  if (!is_for_this_one) {
+    outcomes_.push_back(*step.before);
+  }
+  for (const uint32_t indication : {1U, 2U}) {
+    RingModel model(*step.before);
+    model.indicate(indication);
+    if (!is_for_this_one || model.now.notify_state == step.after->notify_state) {
+      add(model);
+    }
   }
 }
 

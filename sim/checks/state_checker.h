@@ -32,7 +32,10 @@ class StateChecker final : public Checker, public StepListener {
   void allow_after_frame(const Step& step);
   void allow_after_timer(const Step& step);
   void allow_after_command(const Step& step);
+  void allow_after_indication(const Step& step);
+  bool guard_agrees(const Step& step, const RingSnapshot& expected) const;
   void offer(const RingSnapshot& ring, RingRequest request, const RequestDetails& details);
+  void add(RingModel& model);
   void offer_message(const Step& step, RingRequest request);
 
   const Topology& topology_;

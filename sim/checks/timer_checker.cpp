@@ -134,7 +134,7 @@ void TimerChecker::on_step(const Step& step) {
       step.cause == Step::Cause::kTimer && !is(after.state, RingState::kProtection);
   const auto follow = [&](Kind kind, bool ran, bool runs_now) {
     if (ran && !runs_now) {
-      if (expired) {
+      if (expired || (kind == kHoldoff && step.cause == Step::Cause::kTimer)) {
         expect_not_early(step, timers, kind);
       }
       end(timers, kind);
