@@ -29,54 +29,46 @@ uint64_t content_of(const uint8_t* frame, size_t length) {
 
 }  // namespace
 
-bool FloodGuard::Bucket::take(int64_t now_ns) {
-  const int64_t full = budget_.burst * kUnit;
-  // Beyond this it is full whatever it held, and the product stays in range.
-  const int64_t most_ns = full / budget_.per_second;
-  const int64_t passed_ns = std::clamp<int64_t>(now_ns - filled_ns_, 0, most_ns);
-  level_ = std::min(full, level_ + passed_ns * budget_.per_second);
-  filled_ns_ = now_ns;
-  if (level_ < kUnit) {
-    return false;
-  }
-  level_ -= kUnit;
-  return true;
-}
-
-FloodGuard::FloodGuard() : strangers_(kOfStrangers, 0) {
+FloodGuard::FloodGuard()
+    : all_(kOfAll, 0), besides_floods_(kBesidesFloods, 0), strangers_(kOfStrangers, 0) {
   sources_.reserve(kSources);
 }
 
 bool FloodGuard::admits(const uint8_t* frame, size_t length, int64_t now_ns) {
   const uint64_t address = source_of(frame, length);
-  const auto found = sources_.find(address);
+  auto found = sources_.find(address);
   if (found == sources_.end()) {
-    return admits_stranger(address, now_ns);
+    if (!strangers_.take(now_ns) || !make_room(now_ns)) {
+      return false;
+    }
+    found = sources_
+                .emplace(address, Source{.own = TokenBucket(kOfSource, now_ns),
+                                         .kept_to_it_since_ns = now_ns})
+                .first;
   }
-  Source& source = found->second;
-  source.heard_ns = now_ns;
-  if (source.frames.take(now_ns)) {
+  found->second.heard_ns = now_ns;
+  return admits_source(found->second, frame, length, now_ns);
+}
+
+bool FloodGuard::admits_source(Source& source, const uint8_t* frame, size_t length,
+                               int64_t now_ns) {
+  if (!source.own.take(now_ns)) {
+    source.kept_to_it_since_ns = now_ns;
+  } else if (now_ns - source.kept_to_it_since_ns >= kProvenNs) {
+    return true;
+  }
+  if (all_.take(now_ns)) {
     return true;
   }
   const uint64_t content = content_of(frame, length);
   if (content == source.flood) {
     return false;
   }
-  if (source.besides_flood.take(now_ns)) {
+  if (besides_floods_.take(now_ns)) {
     return true;
   }
   source.flood = content;
   return false;
-}
-
-bool FloodGuard::admits_stranger(uint64_t address, int64_t now_ns) {
-  if (!strangers_.take(now_ns) || !make_room(now_ns)) {
-    return false;
-  }
-  sources_.emplace(address, Source{.frames = Bucket(kOfSource, now_ns),
-                                   .besides_flood = Bucket(kBesidesFlood, now_ns),
-                                   .heard_ns = now_ns});
-  return true;
 }
 
 bool FloodGuard::make_room(int64_t now_ns) {
