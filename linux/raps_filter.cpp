@@ -5,6 +5,9 @@ namespace {
 
 constexpr uint16_t kLoadWord = BPF_LD | BPF_W | BPF_ABS;
 constexpr uint16_t kLoadHalf = BPF_LD | BPF_H | BPF_ABS;
+constexpr uint16_t kLoadByteBehind = BPF_LD | BPF_B | BPF_IND;  // X bytes further
+constexpr uint16_t kSetX = BPF_LDX | BPF_IMM;
+constexpr uint16_t kJump = BPF_JMP | BPF_JA;
 constexpr uint16_t kAnd = BPF_ALU | BPF_AND | BPF_K;
 constexpr uint16_t kJumpEqual = BPF_JMP | BPF_JEQ | BPF_K;
 constexpr uint16_t kReturn = BPF_RET | BPF_K;
@@ -31,23 +34,32 @@ MacAddress masked(const FrameMatch& match) {
 FilterProgram make_filter(const FrameMatch& match, uint32_t matched, uint32_t other) {
   const MacAddress wanted = masked(match);
   const uint32_t type = match.ether_type;
-  // Jump offsets count from the next instruction; 13 is "matched", 14 is "other".
+  // With no operation code wanted, the last test is jumped over.
+  const sock_filter operation =
+      match.opcode ? sock_filter{kJumpEqual, 0, 1, *match.opcode} : sock_filter{kJump, 0, 0, 0};
+  const sock_filter read_operation =
+      match.opcode ? sock_filter{kLoadByteBehind, 0, 0, 1} : sock_filter{kJump, 0, 0, 0};
+  // Jump offsets count from the next instruction; 16 is "matched", 17 is "other". X is where the
+  // PDU begins.
   return FilterProgram{{
       /*  0 */ {kLoadWord, 0, 0, 0},
       /*  1 */ {kAnd, 0, 0, word(match.mask)},
-      /*  2 */ {kJumpEqual, 0, 11, word(wanted)},
+      /*  2 */ {kJumpEqual, 0, 14, word(wanted)},
       /*  3 */ {kLoadHalf, 0, 0, 4},
       /*  4 */ {kAnd, 0, 0, half(match.mask)},
-      /*  5 */ {kJumpEqual, 0, 8, half(wanted)},
-      /*  6 */ {kLoadHalf, 0, 0, 12},
-      /*  7 */ {kJumpEqual, 5, 0, type},
-      /*  8 */ {kJumpEqual, 2, 0, 0x8100},
-      /*  9 */ {kJumpEqual, 1, 0, 0x88A8},
-      /* 10 */ {kReturn, 0, 0, other},
-      /* 11 */ {kLoadHalf, 0, 0, 16},
-      /* 12 */ {kJumpEqual, 0, 1, type},
-      /* 13 */ {kReturn, 0, 0, matched},
-      /* 14 */ {kReturn, 0, 0, other},
+      /*  5 */ {kJumpEqual, 0, 11, half(wanted)},
+      /*  6 */ {kSetX, 0, 0, 14},
+      /*  7 */ {kLoadHalf, 0, 0, 12},
+      /*  8 */ {kJumpEqual, 5, 0, type},
+      /*  9 */ {kJumpEqual, 1, 0, 0x8100},
+      /* 10 */ {kJumpEqual, 0, 6, 0x88A8},
+      /* 11 */ {kSetX, 0, 0, 18},
+      /* 12 */ {kLoadHalf, 0, 0, 16},
+      /* 13 */ {kJumpEqual, 0, 3, type},
+      /* 14 */ read_operation,
+      /* 15 */ operation,
+      /* 16 */ {kReturn, 0, 0, matched},
+      /* 17 */ {kReturn, 0, 0, other},
   }};
 }
 

@@ -5,21 +5,27 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 
 #include "linux/platform.h"
 
 namespace erps::linux_platform {
 
-// Destination address under a mask and EtherType, behind a VLAN tag or without one.
+// The operation code of R-APS among the PDUs of its EtherType (ITU-T G.8032 clause 10.3).
+inline constexpr uint8_t kRapsOpcode = 40;
+
+// Destination address under a mask, EtherType and, where it matters, the operation code of the PDU,
+// behind a VLAN tag or without one.
 struct FrameMatch {
   MacAddress destination{0x01, 0x19, 0xA7, 0x00, 0x00, 0x00};
   MacAddress mask{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00};
   uint16_t ether_type = 0x8902;
+  std::optional<uint8_t> opcode;
 
   bool operator==(const FrameMatch&) const = default;
 };
 
-inline constexpr size_t kFilterLength = 15;
+inline constexpr size_t kFilterLength = 18;
 using FilterProgram = std::array<sock_filter, kFilterLength>;
 
 // A classic BPF program over the frame from its destination address on; it returns `matched` or

@@ -77,11 +77,18 @@ TEST_F(FramesTest, OnlyRapsIsHeard) {
   other_type[13] = 0xB5;
   Bytes other_destination = raps_frame(1, 0, 11);
   other_destination[4] = 0x01;
+  Bytes other_operation = raps_frame(1, 0, 11);
+  other_operation[15] = 39;
+  Bytes other_operation_tagged = raps_frame(1, 100, 11);
+  other_operation_tagged[19] = 41;
+  Bytes no_operation = raps_frame(1, 0, 11);
+  no_operation.resize(15);
   Bytes continuity_check = raps_frame(1, 0, 11);
   const MacAddress ccm{0x01, 0x80, 0xC2, 0, 0, 0x30};
   std::copy(ccm.begin(), ccm.end(), continuity_check.begin());
-  for (const Bytes& frame : {other_type, other_destination, continuity_check,
-                             data_frame(kBroadcast, kHostA, 1), Bytes(14, 0xFF)}) {
+  for (const Bytes& frame :
+       {other_type, other_destination, other_operation, other_operation_tagged, no_operation,
+        continuity_check, data_frame(kBroadcast, kHostA, 1), Bytes(14, 0xFF)}) {
     ASSERT_TRUE(one.send(frame));
   }
   const Bytes raps = raps_frame(9, 0, 11);
@@ -301,7 +308,7 @@ TEST_F(FramesTest, StormIsBoundedByTheKernelAndRefusedHere) {
   ASSERT_EQ(add_capture_rule(), 0);
   const Wire one("w1");
   const Bytes frame = raps_frame(1, 100, 11, 9);
-  for (int i = 0; i < 20000; ++i) {
+  for (int i = 0; i < 40000; ++i) {
     one.send(frame);
   }
   size_t heard = 0;
