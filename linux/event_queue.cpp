@@ -25,6 +25,7 @@ constexpr uint64_t kInProcessSource = 1000;
 constexpr uint64_t kNetlinkSource = 1001;
 constexpr uint64_t kCarrierTimerSource = 1002;
 constexpr uint64_t kDoorSource = 1003;
+constexpr uint64_t kRetrySource = 1004;
 
 ERPS_EVENT_MSG_T make_event(uintptr_t type, const void* payload) {
   ERPS_EVENT_MSG_T event{};
@@ -52,6 +53,7 @@ EventQueue::EventQueue(RingPorts& ports, LinkMonitor& links, PortKeeper& keeper,
   watch(in_process_.fd(), kInProcessSource);
   watch(links_.netlink_fd(), kNetlinkSource);
   watch(links_.timer_fd(), kCarrierTimerSource);
+  watch(keeper_.retry_fd(), kRetrySource);
   for (const auto& port : ports_.all()) {
     watch(port->frames.fd(), port->id);
   }
@@ -140,6 +142,9 @@ void EventQueue::note_ready(uint64_t source) {
     case kCarrierTimerSource:
       links_.poll_devices();
       break;
+    case kRetrySource:
+      keeper_.retry();
+      break;
     case kDoorSource:
       door_ready_ = true;
       break;
@@ -218,7 +223,10 @@ void EventQueue::refuse(DoorVerdict verdict, size_t length) {
   HistoryRecord record = History::make(HistoryKind::kDoorDrop, 0, Cause{});
   record.reason = static_cast<uint8_t>(verdict);
   record.length = static_cast<uint16_t>(length);
-  history_.add(record);
+  // A stranger who posts without end does not push everything else out of the history.
+  if (refusals_recorded_.take(record.mono_ns)) {
+    history_.add(record);
+  }
   constexpr int64_t kQuietNs = 1'000'000'000;
   if (record.mono_ns - last_refusal_logged_ns_ >= kQuietNs) {
     last_refusal_logged_ns_ = record.mono_ns;

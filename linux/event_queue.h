@@ -24,6 +24,7 @@
 #include "linux/packet_pool.h"
 #include "linux/port_keeper.h"
 #include "linux/ring_port.h"
+#include "linux/token_bucket.h"
 
 namespace erps::linux_platform {
 
@@ -98,6 +99,7 @@ class EventQueue {
   std::array<LinkRecord, kLinkRecords> link_records_{};
   size_t next_link_record_ = 0;
   int64_t last_refusal_logged_ns_ = 0;
+  TokenBucket refusals_recorded_{{.burst = 64, .per_second = 10}, 0};
   std::array<FloodNews, kMaxPort + 1> flood_news_{};
 };
 

@@ -1,5 +1,10 @@
 #include "linux/flush_worker.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -7,11 +12,19 @@
 #include "linux/bridge_commands.h"
 #include "linux/clock.h"
 #include "linux/log.h"
+#include "linux/platform.h"
 
 namespace erps::linux_platform {
 
 FlushWorker::FlushWorker(const RingPorts& ports, History& history, AtomicCounters& counters)
-    : ports_(ports), history_(history), counters_(counters) {
+    : ports_(ports),
+      history_(history),
+      counters_(counters),
+      bell_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      of_messages_(kMaxPort + 1, TokenBucket(kOfMessages, mono_now_ns())) {
+  if (!bell_) {
+    throw PlatformError(std::string("event descriptor cannot be opened: ") + std::strerror(errno));
+  }
   thread_ = start_background_thread("erps-flush", [this] { run(); });
 }
 
@@ -19,12 +32,12 @@ void FlushWorker::finish() {
   if (!thread_.joinable()) {
     return;
   }
-  kick();
+  kick(Start::kNow);
   {
     const std::lock_guard lock(mutex_);
     stop_ = true;
   }
-  wake_.release();
+  ring_bell();
   thread_.join();
 }
 
@@ -35,7 +48,7 @@ void FlushWorker::ask(const RingPort& port) {
   any_asked_ = true;
 }
 
-void FlushWorker::kick() {
+void FlushWorker::kick(Start start) {
   {
     const std::lock_guard lock(mutex_);
     if (!any_asked_) {
@@ -43,29 +56,71 @@ void FlushWorker::kick() {
     }
     any_asked_ = false;
     for (size_t id = 0; id < asked_.size(); ++id) {
-      if (asked_[id]) {
-        started_[id] = asked_[id];
-        asked_[id].reset();
+      if (!asked_[id]) {
+        continue;
       }
+      const bool now = start == Start::kNow || (started_[id] && started_[id]->start == Start::kNow);
+      started_[id] = Request{*asked_[id], now ? Start::kNow : Start::kSpaced};
+      asked_[id].reset();
     }
   }
-  wake_.release();
+  ring_bell();
+}
+
+void FlushWorker::ring_bell() const {
+  const uint64_t one = 1;
+  [[maybe_unused]] const ssize_t ignored = write(bell_.get(), &one, sizeof one);
+}
+
+void FlushWorker::wait(int64_t most_ns) const {
+  constexpr int64_t kSecondNs = 1'000'000'000;
+  const timespec most{.tv_sec = most_ns / kSecondNs, .tv_nsec = most_ns % kSecondNs};
+  pollfd bell{.fd = bell_.get(), .events = POLLIN, .revents = 0};
+  ppoll(&bell, 1, most_ns >= 0 ? &most : nullptr, nullptr);
+  uint64_t rung = 0;
+  [[maybe_unused]] const ssize_t ignored = read(bell_.get(), &rung, sizeof rung);
+}
+
+bool FlushWorker::collect(Requests& waiting) {
+  const std::lock_guard lock(mutex_);
+  for (size_t id = 0; id < started_.size(); ++id) {
+    if (started_[id]) {
+      const bool now = waiting[id] && waiting[id]->start == Start::kNow;
+      waiting[id] = started_[id];
+      waiting[id]->start = now ? Start::kNow : waiting[id]->start;
+      started_[id].reset();
+    }
+  }
+  return stop_;
+}
+
+int64_t FlushWorker::flush_due(Requests& waiting, bool all) {
+  int64_t next_ns = -1;
+  for (const auto& port : ports_.all()) {
+    auto& request = waiting[port->id];
+    if (!request) {
+      continue;
+    }
+    TokenBucket& of_messages = of_messages_[port->id];
+    const int64_t now_ns = mono_now_ns();
+    if (all || request->start == Start::kNow || of_messages.take(now_ns)) {
+      flush(*port, request->cause);
+      request.reset();
+    } else {
+      const int64_t wait_ns = of_messages.wait_ns(now_ns);
+      next_ns = next_ns < 0 ? wait_ns : std::min(next_ns, wait_ns);
+    }
+  }
+  return next_ns;
 }
 
 void FlushWorker::run() {
+  Requests waiting;
+  int64_t next_ns = -1;
   for (bool stop = false; !stop;) {
-    wake_.acquire();
-    Requests requests;
-    {
-      const std::lock_guard lock(mutex_);
-      requests.swap(started_);
-      stop = stop_;
-    }
-    for (const auto& port : ports_.all()) {
-      if (const auto& cause = requests[port->id]) {
-        flush(*port, *cause);
-      }
-    }
+    wait(next_ns);
+    stop = collect(waiting);
+    next_ns = flush_due(waiting, stop);
   }
 }
 

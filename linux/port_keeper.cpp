@@ -1,10 +1,14 @@
 #include "linux/port_keeper.h"
 
 #include <linux/if_bridge.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "linux/clock.h"
 #include "linux/log.h"
@@ -17,11 +21,30 @@ namespace {
 constexpr int kReapplyLimit = 200;
 constexpr int64_t kReapplyWindowNs = 1'000'000'000;
 
+constexpr long kLongestRetryNs = 640'000'000;
+
 const char* state_name(uint32_t state) {
   return state == kForwarding ? "forwarding" : "discarding";
 }
 
+// Not a link, a timer or a command: the module's own events pass on what a message told.
+bool only_a_message_asks(const Cause& cause) {
+  return cause.kind == CauseKind::kRaps || cause.kind == CauseKind::kEvent;
+}
+
 }  // namespace
+
+PortKeeper::PortKeeper(RingPorts& ports, History& history, AtomicCounters& counters,
+                       FlushWorker& flushes)
+    : ports_(ports),
+      history_(history),
+      counters_(counters),
+      flushes_(flushes),
+      retry_timer_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
+  if (!retry_timer_) {
+    throw PlatformError(std::string("timer cannot be opened: ") + std::strerror(errno));
+  }
+}
 
 void PortKeeper::guard_all() {
   struct Found {
@@ -114,7 +137,7 @@ int PortKeeper::ask(RingPort& port, uint32_t state) {
     error = apply(port, current_cause());
   }
   if (!deferred) {
-    flushes_.kick();
+    flushes_.kick(FlushWorker::Start::kNow);
   }
   return error;
 }
@@ -123,17 +146,19 @@ void PortKeeper::flush(const RingPort& port) {
   flushes_.ask(port);
   const std::lock_guard lock(mutex_);
   if (!deferring()) {
-    flushes_.kick();
+    flushes_.kick(FlushWorker::Start::kNow);
   }
 }
 
 void PortKeeper::begin_event() {
   const std::lock_guard lock(mutex_);
   in_event_ = true;
+  switched_ = false;
   event_thread_ = pthread_self();
 }
 
 void PortKeeper::finish_event() {
+  FlushWorker::Start flushes = FlushWorker::Start::kNow;
   {
     const std::lock_guard lock(mutex_);
     in_event_ = false;
@@ -146,8 +171,11 @@ void PortKeeper::finish_event() {
       }
       openings_ = 0;
     }
+    if (!switched_ && only_a_message_asks(current_cause())) {
+      flushes = FlushWorker::Start::kSpaced;
+    }
   }
-  flushes_.kick();
+  flushes_.kick(flushes);
 }
 
 void PortKeeper::abandon_event() {
@@ -164,7 +192,7 @@ void PortKeeper::abandon_event() {
       }
     }
   }
-  flushes_.kick();
+  flushes_.kick(FlushWorker::Start::kNow);
 }
 
 int PortKeeper::apply(RingPort& port, const Cause& cause) {
@@ -195,6 +223,12 @@ int PortKeeper::apply(RingPort& port, const Cause& cause) {
     return refused(port, error);
   }
   kept.applied = wanted;
+  switched_ = true;
+  if (kept.refused) {
+    kept.refused = false;
+    logf(LogLevel::kNotice, "port %u (%s): is %s at last", port.id, port.interface.c_str(),
+         state_name(wanted));
+  }
   if (discard) {
     flushes_.ask(port);
   }
@@ -209,10 +243,39 @@ int PortKeeper::refused(RingPort& port, int error) {
     return 0;  // it has just left the bridge; applied when it is back
   }
   count(counters_.port_state_failures);
-  logf(LogLevel::kError, "port %u (%s): cannot be made %s: %s%s", port.id, port.interface.c_str(),
-       state_name(port.wanted.load()), reason.c_str(),
+  const bool told = std::exchange(records_[port.id].refused, true);
+  if (!told) {
+    retry_ns_ = kFirstRetryNs;
+  }
+  arm_retry();
+  if (told) {
+    return error;
+  }
+  logf(LogLevel::kError, "port %u (%s): cannot be made %s, tried again: %s%s", port.id,
+       port.interface.c_str(), state_name(port.wanted.load()), reason.c_str(),
        error == EBUSY ? "; is the kernel's spanning tree on? turn it off" : "");
   return error;
+}
+
+void PortKeeper::arm_retry() {
+  const itimerspec once{.it_interval = {}, .it_value = {.tv_sec = 0, .tv_nsec = retry_ns_}};
+  timerfd_settime(retry_timer_.get(), 0, &once, nullptr);
+}
+
+void PortKeeper::retry() {
+  uint64_t expirations = 0;
+  [[maybe_unused]] const ssize_t ignored =
+      read(retry_timer_.get(), &expirations, sizeof expirations);
+  {
+    const std::lock_guard lock(mutex_);
+    retry_ns_ = std::min(2 * retry_ns_, kLongestRetryNs);
+    for (const auto& port : ports_.all()) {
+      if (records_[port->id].refused && !port->opening.load()) {
+        apply(*port, Cause{.kind = CauseKind::kReapply});
+      }
+    }
+  }
+  flushes_.kick(FlushWorker::Start::kNow);
 }
 
 bool PortKeeper::matches(const RingPort& port, const LinkInfo& info, StpOwner owner,
@@ -259,7 +322,7 @@ void PortKeeper::check(RingPort& port) {
          port.interface.c_str(), port_state_name(info.port_state), state_name(port.wanted.load()));
     apply(port, Cause{.kind = CauseKind::kReapply});
   }
-  flushes_.kick();
+  flushes_.kick(FlushWorker::Start::kNow);
 }
 
 void PortKeeper::set_stp_owner(StpOwner owner) {

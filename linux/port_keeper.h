@@ -4,7 +4,8 @@
 // finished the event in which it was asked, unless the same event blocked the port again: a ring
 // that starts sets its ports forwarding and blocks one of them a moment later, and must not be a
 // loop for that moment. What the kernel undoes (it opens ports whose carrier returns) is applied
-// again when it says so.
+// again when it says so. What the kernel refuses is tried again until it succeeds or something else
+// is wanted, for the module takes its word for done.
 //
 // Threading: any thread; one lock that nobody holds while waiting. An opening is deferred only for
 // the thread that handles an event.
@@ -23,13 +24,14 @@
 #include "linux/flush_worker.h"
 #include "linux/history.h"
 #include "linux/ring_port.h"
+#include "linux/unique_fd.h"
 
 namespace erps::linux_platform {
 
 class PortKeeper {
  public:
-  PortKeeper(RingPorts& ports, History& history, AtomicCounters& counters, FlushWorker& flushes)
-      : ports_(ports), history_(history), counters_(counters), flushes_(flushes) {}
+  // Throws PlatformError.
+  PortKeeper(RingPorts& ports, History& history, AtomicCounters& counters, FlushWorker& flushes);
 
   // Makes every ring port discarding, or throws and leaves them as they were.
   void guard_all();
@@ -51,6 +53,11 @@ class PortKeeper {
   // differs.
   void check(RingPort& port);
 
+  // Readable when retry() is due.
+  int retry_fd() const { return retry_timer_.get(); }
+  // Tries again what the kernel refused.
+  void retry();
+
   void set_stp_owner(StpOwner owner);
   StpOwner stp_owner() const { return owner_.load(std::memory_order_relaxed); }
 
@@ -60,6 +67,7 @@ class PortKeeper {
  private:
   struct Record {
     uint32_t applied = 0;  // kForwarding, kDiscarding, or 0: not known to hold
+    bool refused = false;  // by the kernel, when it was last tried
     int64_t reapply_window_ns = 0;
     int reapply_count = 0;
   };
@@ -67,6 +75,7 @@ class PortKeeper {
   bool deferring() const;
   int apply(RingPort& port, const Cause& cause);
   int refused(RingPort& port, int error);
+  void arm_retry();
   bool reapply_allowed(RingPort& port, Record& record);
 
   RingPorts& ports_;
@@ -75,10 +84,15 @@ class PortKeeper {
   FlushWorker& flushes_;
   std::atomic<StpOwner> owner_{StpOwner::kNobody};
 
+  static constexpr long kFirstRetryNs = 20'000'000;
+  UniqueFd retry_timer_;
+
   std::mutex mutex_;
   NetlinkSocket socket_;
   std::array<Record, kMaxPort + 1> records_;
+  long retry_ns_ = kFirstRetryNs;
   bool in_event_ = false;
+  bool switched_ = false;  // a port changed its state since the event began
   pthread_t event_thread_{};
   uint32_t openings_ = 0;  // ports whose opening waits for the end of the event
 };

@@ -1,6 +1,8 @@
 // Port states: what a ring port lets through, when, and whatever happens to its link.
 #include <linux/if_bridge.h>
+#include <poll.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "linux/port_keeper.h"
@@ -547,6 +549,106 @@ TEST_F(PortStateTest, KernelSpanningTreeTurnedOnLaterIsReported) {
   EXPECT_NE(adp_set_port_erps_state(1, 1), 0);
   EXPECT_GT(status().counters.port_state_failures, 0u);
   EXPECT_TRUE(guarded("p1"));
+}
+
+// Nobody is told that the kernel would let it by now: the keeper tries for itself.
+TEST_F(PortStateTest, StateThatTheKernelRefusedIsAppliedWhenItNoLongerDoes) {
+  RingPorts ports;
+  ports.add(1, "p1");
+  RingPort& one = *ports.find(1);
+  one.ifindex.store(kernel_link("p1").ifindex);
+  one.enslaved.store(true);
+  History history;
+  AtomicCounters counters;
+  FlushWorker flushes(ports, history, counters);
+  PortKeeper keeper(ports, history, counters, flushes);
+  keeper.guard_all();
+  const auto retry_is_due = [&] {
+    pollfd retry{.fd = keeper.retry_fd(), .events = POLLIN, .revents = 0};
+    return poll(&retry, 1, 0) == 1;
+  };
+  EXPECT_FALSE(retry_is_due());
+  run("ip link set br0 type bridge stp_state 1");
+  EXPECT_EQ(keeper.ask(one, kForwarding), EBUSY);
+  const auto phases = [&] {
+    std::vector<Phase> result;
+    for (const HistoryRecord& record : history.latest(100)) {
+      result.push_back(record.phase);
+    }
+    return result;
+  };
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(eventually(retry_is_due)) << i;
+    keeper.retry();
+    EXPECT_EQ(phases().back(), Phase::kFailed);
+  }
+  run("ip link set br0 type bridge stp_state 0");
+  ASSERT_TRUE(eventually(retry_is_due));
+  keeper.retry();
+  EXPECT_EQ(phases().back(), Phase::kApplied);
+  EXPECT_EQ(kernel_link("p1").port_state, BR_STATE_FORWARDING);
+  EXPECT_FALSE(eventually(retry_is_due, std::chrono::milliseconds(800)))
+      << "there is no more to do";
+}
+
+// A flood of messages that each ask for a flush holds the kernel's lock for few of them, and the
+// last one is not lost.
+TEST_F(PortStateTest, FlushesThatOnlyMessagesAskForAreSpacedAndTheLastOneCounts) {
+  start_platform();
+  open_both();
+  ASSERT_EQ(add_capture_rule(), 0);
+  receive_all();
+  const Wire one("w1");
+  const Wire two("w2");
+  const auto flushed = [] { return status().counters.flushes_done; };
+  const uint64_t before = flushed();
+  constexpr uint64_t kMessages = 400;
+  const Bytes hello = data_frame(kBroadcast, kHostA, 1);
+  const auto start = std::chrono::steady_clock::now();
+  for (uint64_t i = 0; i < kMessages; ++i) {
+    ASSERT_TRUE(one.send(raps_frame(1, 100, 14, static_cast<uint8_t>(i))));
+    const auto event = receive();
+    ASSERT_TRUE(event && event->type == kPacketEvent);
+    take_frame(*event);
+    if (i + 1 == kMessages) {
+      ASSERT_TRUE(one.send(hello) && two.receives(hello));  // learnt before the last one asks
+    }
+    ASSERT_EQ(adp_del_mac_addr_by_intf(1, 2), 0);
+  }
+  finish_event();
+  const auto knows = [](const std::string& address) {
+    return output_of("bridge fdb show br br0").find(address) != std::string::npos;
+  };
+  EXPECT_TRUE(
+      eventually([&] { return !knows("02:aa:00:00:00:01"); }, std::chrono::milliseconds(500)));
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+  const auto most = FlushWorker::kOfMessages.burst +
+                    static_cast<int64_t>(took.count() * FlushWorker::kOfMessages.per_second) + 2;
+  EXPECT_LE(flushed() - before, static_cast<uint64_t>(most));
+}
+
+TEST_F(PortStateTest, FlushesOfAChangeOfPortStatesAreNotSpaced) {
+  start_platform();
+  open_both();
+  ASSERT_EQ(add_capture_rule(), 0);
+  receive_all();
+  const Wire one("w1");
+  constexpr int kChanges = 100;
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < kChanges; ++i) {
+    const uint64_t before = status().counters.flushes_done;
+    ASSERT_TRUE(one.send(raps_frame(1, 100, 11, static_cast<uint8_t>(i))));
+    const auto event = receive();
+    ASSERT_TRUE(event && event->type == kPacketEvent);
+    take_frame(*event);
+    ASSERT_EQ(adp_set_port_erps_state(2, i % 2 == 0 ? 1 : 4), 0);
+    ASSERT_EQ(adp_del_mac_addr_by_intf(1, 2), 0);
+    finish_event();
+    ASSERT_TRUE(eventually([&] { return status().counters.flushes_done > before; }));
+  }
+  const auto spaced = (kChanges - FlushWorker::kOfMessages.burst) *
+                      std::chrono::nanoseconds(FlushWorker::kSpacingNs);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, spaced);
 }
 
 }  // namespace
