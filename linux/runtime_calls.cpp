@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "linux/cancel_guard.h"
+#include "linux/failed_call.h"
 #include "linux/instance.h"
 #include "linux/log.h"
 #include "platform/event_queue.h"
@@ -13,6 +14,7 @@
 #include "platform/task.h"
 
 using erps::linux_platform::CancelGuard;
+using erps::linux_platform::FailedCall;
 using erps::linux_platform::Instance;
 using erps::linux_platform::instance;
 
@@ -116,10 +118,11 @@ int equeue_send_ucast(void* queue, const ERPS_EVENT_MSG_T* message, int) {
 }
 
 int equeue_close(void* queue) {
+  static FailedCall failure("equeue_close");
   const CancelGuard guard;
   Handle* handle = find_handle(queue);
   if (handle == nullptr) {
-    return kFailed;
+    return failure.tell("the queue is not open");
   }
   Instance* platform = handle->owner.load();
   if (handle->receiver.load()) {
@@ -135,14 +138,20 @@ int stask_start(erps_task_desc* task, int) {
 }
 
 int stask_stop(erps_task_desc* task) {
+  static FailedCall failure("stask_stop");
   Instance* platform = instance();
-  return platform != nullptr && task != nullptr ? platform->tasks.stop(*task) : kFailed;
+  return platform != nullptr && task != nullptr && platform->tasks.stop(*task) == 0
+             ? 0
+             : failure.tell("the task does not run, or is the one that calls");
 }
 
 int stask_notify_creater(erps_task_desc* task, int result) {
+  static FailedCall failure("stask_notify_creater");
   const CancelGuard guard;
   Instance* platform = instance();
-  return platform != nullptr && task != nullptr ? platform->tasks.notify(*task, result) : kFailed;
+  return platform != nullptr && task != nullptr && platform->tasks.notify(*task, result) == 0
+             ? 0
+             : failure.tell("the task was not started here");
 }
 
 int Log_logging_func(int level, int, const char* label, const char* format, ...) {

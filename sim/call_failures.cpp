@@ -1,6 +1,7 @@
 #include "sim/call_failures.h"
 
 #include <algorithm>
+#include <string>
 
 namespace erps::sim {
 
@@ -35,7 +36,22 @@ bool CallFailures::decide(PlatformCall call) {
   }
   ++struck_;
   world_.record(node_, RecordKind::kCallFailed, 0, static_cast<uint32_t>(call));
+  if (is_of_the_platform(call)) {
+    tell(call);
+  }
   return true;
+}
+
+// As a host's platform does.
+void CallFailures::tell(PlatformCall call) {
+  constexpr int kError = 3;
+  if (world_.options.log_level < kError) {
+    return;
+  }
+  const std::string text = "platform: " + std::string(name_of(call)) + " failed";
+  for (Observer* observer : world_.observers) {
+    observer->on_log(world_.now_us(), node_, kError, text);
+  }
 }
 
 }  // namespace erps::sim

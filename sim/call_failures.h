@@ -1,6 +1,7 @@
 // Which of a node's calls to its platform fail.
 //
-// Threading: one thread. Errors: none. A failure is in the trace.
+// Threading: one thread. Errors: none. A failure is in the trace and, unless the call is the C
+// library's, in the log.
 #pragma once
 
 #include <vector>
@@ -36,6 +37,7 @@ class CallFailures {
 
   bool decide(PlatformCall call);
   bool is_asked(PlatformCall call);
+  void tell(PlatformCall call);
 
   World& world_;
   const NodeIndex node_;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string>
 
 #include "sim/calling_node.h"
 
@@ -186,6 +187,17 @@ size_t fwrite(const void* /*data*/, size_t /*size*/, size_t count, FILE* /*file*
   return count;
 }
 
-void perror(const char* /*text*/) {}
+// What a daemon prints on standard error is a line of its log.
+void perror(const char* text) {
+  const std::string line = std::string(text) + ": " + std::strerror(errno);
+  constexpr int kError = 3;
+  Node& node = calling_node();
+  if (node.world.options.log_level < kError) {
+    return;
+  }
+  for (Observer* observer : node.world.observers) {
+    observer->on_log(node.world.now_us(), node.index, kError, line);
+  }
+}
 
 }  // namespace erps::sim::calls

@@ -59,4 +59,8 @@ bool ends_the_module(PlatformCall call) {
   return kCalls[static_cast<size_t>(call)].ends_the_module;
 }
 
+bool is_of_the_platform(PlatformCall call) {
+  return call < PlatformCall::kAllocate;
+}
+
 }  // namespace erps::sim

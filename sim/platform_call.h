@@ -41,4 +41,7 @@ std::optional<PlatformCall> platform_call(std::string_view name);
 // Whether a failure keeps the module from starting or stopping, or ends one of its tasks.
 bool ends_the_module(PlatformCall call);
 
+// Whether a host's platform library answers the call, not the C library.
+bool is_of_the_platform(PlatformCall call);
+
 }  // namespace erps::sim

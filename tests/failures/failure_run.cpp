@@ -41,8 +41,8 @@ class Watch final : public sim::Observer {
 
 class Life {
  public:
-  Life(const Place& place, bool listen)
-      : place_(place), simulation_(place.topology, options(listen)), watch_(place.node) {
+  explicit Life(const Place& place)
+      : place_(place), simulation_(place.topology, options()), watch_(place.node) {
     simulation_.observe(watch_);
     simulation_.observe(loops_);
     simulation_.observe(partitions_);
@@ -71,10 +71,10 @@ class Life {
   }
 
  private:
-  static sim::Options options(bool listen) {
+  static sim::Options options() {
     sim::Options options;
     options.module_path = ERPS_MODULE;
-    options.log_level = listen ? 7 : -1;
+    options.log_level = 7;
     return options;
   }
 
@@ -192,9 +192,9 @@ Place at_the_interconnection_node() {
   return {"interconnection node", sim::make_ladder(plan), 1, 1};
 }
 
-Outcome live_through(const Place& place, const FailingCall& call, bool listen) {
+Outcome live_through(const Place& place, const FailingCall& call) {
   try {
-    return Life(place, listen).live(call);
+    return Life(place).live(call);
   } catch (const sim::Violation& violation) {
     Outcome outcome;
     outcome.failed = 1;

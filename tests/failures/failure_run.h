@@ -31,7 +31,7 @@ Place at_the_interconnection_node();  // that watches, of a ladder
 
 struct Outcome {
   uint64_t failed = 0;           // calls
-  std::vector<std::string> log;  // of the node while they failed, if it was listened to
+  std::vector<std::string> log;  // of the node, from the first of them on
   bool started = false;          // the module ran and its host got an answer to each request
   // What is wrong with the ring after a single failure has passed, before the new start.
   std::vector<std::string> unhealed;
@@ -39,6 +39,6 @@ struct Outcome {
   std::vector<std::string> mistakes;
 };
 
-Outcome live_through(const Place& place, const FailingCall& call, bool listen);
+Outcome live_through(const Place& place, const FailingCall& call);
 
 }  // namespace erps::failures
