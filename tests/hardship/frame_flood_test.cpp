@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "tests/lab/lab_process.h"
@@ -33,11 +34,20 @@ constexpr const char* kScript =
     "[[step]]\nrestore = \"n2-n3\"\n";
 
 constexpr const char* kStranger = "02:66:66:66:66:66";
+constexpr const char* kOfN1 = "02:00:00:00:00:01";
+constexpr const char* kOfTheNeighbours = nullptr;
+
+struct Kind {
+  const char* name;
+  const char* frames;  // as raps_flood knows them
+  const char* source;
+};
 
 class FrameFlood : public ::testing::Test {
  protected:
   void start(const std::string& script) {
-    const std::string path = directory_.write("ring.toml", four_nodes() + ring_of_four() + script);
+    const std::string ring = swapped(ring_of_four(), "wtr_ms = 5000", "wtr_ms = 8000");
+    const std::string path = directory_.write("ring.toml", four_nodes() + ring + script);
     lab_ = std::make_unique<LabProcess>(std::vector<std::string>{
         lab_path(), "run", path, "--keep-going", "--logs", directory_.path() + "/logs", "--erpsd",
         daemon_path(), "--module", module_path()});
@@ -62,11 +72,12 @@ class FrameFlood : public ::testing::Test {
   }
 
   // n2 and n4 flood n1 for so long.
-  void flood(const std::string& kind, const std::string& source, int for_seconds) {
-    for (const auto& [node, port] : {std::pair("n2", "p1"), std::pair("n4", "p2")}) {
-      floods_.push_back(std::make_unique<LabProcess>(
-          inside(node, {RAPS_FLOOD, port, kind, source, std::to_string(kFloodPerSecond / 2),
-                        std::to_string(for_seconds)})));
+  void flood(const Kind& kind, int for_seconds) {
+    for (const auto& [node, port, address] : {std::tuple("n2", "p1", "02:00:00:00:00:02"),
+                                              std::tuple("n4", "p2", "02:00:00:00:00:04")}) {
+      floods_.push_back(std::make_unique<LabProcess>(inside(
+          node, {RAPS_FLOOD, port, kind.frames, kind.source != nullptr ? kind.source : address,
+                 std::to_string(kFloodPerSecond / 2), std::to_string(for_seconds)})));
     }
   }
 
@@ -103,13 +114,11 @@ class FrameFlood : public ::testing::Test {
   std::vector<std::unique_ptr<LabProcess>> floods_;
 };
 
-class FrameFloodOfKind : public FrameFlood,
-                         public ::testing::WithParamInterface<std::pair<const char*, const char*>> {
-};
+class FrameFloodOfKind : public FrameFlood, public ::testing::WithParamInterface<Kind> {};
 
 TEST_P(FrameFloodOfKind, LinkIsProtectedInTimeAndManagementAnswers) {
   ASSERT_NO_FATAL_FAILURE(start(kScript));
-  flood(GetParam().first, GetParam().second, 8);
+  flood(GetParam(), 8);
   for (const char* node : {"n1", "n2", "n1"}) {
     EXPECT_LT(time_of_answer(node).count(), 1.0) << node;
   }
@@ -120,11 +129,30 @@ TEST_P(FrameFloodOfKind, LinkIsProtectedInTimeAndManagementAnswers) {
   EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, FrameFloodOfKind,
-                         ::testing::Values(std::pair("foreign", kStranger),
-                                           // n1's own address
-                                           std::pair("normal", "02:00:00:00:00:01")),
-                         [](const auto& kind) { return std::string(kind.param.first); });
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, FrameFloodOfKind,
+    ::testing::Values(Kind{"Foreign", "foreign", kStranger}, Kind{"OwnAddress", "normal", kOfN1},
+                      Kind{"Malformed", "malformed", kStranger},
+                      Kind{"Invented", "invented", kStranger},
+                      Kind{"InventedByNeighbours", "invented", kOfTheNeighbours}),
+    [](const auto& kind) { return std::string(kind.param.name); });
+
+// Messages that tell a state are believed: R-APS carries no proof of who sent it. What they cannot
+// do is open a failed link's ports or stop the traffic of a ring that protects, and what they did
+// is over with them.
+TEST_F(FrameFlood, BelievedMessagesLeaveAProtectingRingAloneAndAreOverWhenTheyEnd) {
+  ASSERT_NO_FATAL_FAILURE(
+      start("[expect]\ncut_outage_ms = 50\nduplicates = 0\n"
+            "[[step]]\ncut = \"n2-n3\"\n"
+            "[[step]]\nwait_ms = 8000\noutage_ms = 50\n"
+            "[[step]]\nrestore = \"n2-n3\"\n"));
+  ASSERT_NO_FATAL_FAILURE(await("  cut n2-n3\n"));
+  flood({"Valid", "valid", kStranger}, 4);
+  EXPECT_LT(time_of_answer("n1").count(), 1.0);
+  expect_flooded();
+  const LabResult result = lab_->wait(kLongestRun);
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
 
 }  // namespace
 }  // namespace erps::lab::testing

@@ -3,8 +3,14 @@
 //
 //   raps_flood INTERFACE KIND SOURCE FRAMES-A-SECOND SECONDS
 //
-// KIND: normal (NR of ring 1, VLAN 100) or foreign (the same of ring 7). Ends with one
-// line "sent N frames in S s".
+// KIND, all of them for VLAN 100:
+//   normal     NR of ring 1, always the same
+//   foreign    the same of ring 7
+//   malformed  behind the EtherType, bytes and lengths of all sorts
+//   invented   messages of ring 1 that tell no state, undefined requests and events, each of a node
+//              ID that nobody has
+//   valid      NR and SF of ring 1 in turns, each of a node ID that nobody has
+// Ends with one line "sent N frames in S s".
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
@@ -17,6 +23,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,10 +34,12 @@ using Clock = std::chrono::steady_clock;
 using Bytes = std::vector<uint8_t>;
 
 constexpr size_t kBatch = 64;
+constexpr size_t kPdu = 18;  // behind addresses, tag and EtherType
 
 struct Order {
   std::string interface, kind;
   std::array<uint8_t, 6> source{};
+  std::mt19937 random{1};  // so that a failure can be had again
   double per_second = 0;
   double seconds = 0;
 };
@@ -44,8 +53,40 @@ Bytes frame_of_ring(const Order& order, uint8_t ring) {
   return frame;
 }
 
-std::vector<Bytes> frames_of(const Order& order) {
-  return std::vector<Bytes>(kBatch, frame_of_ring(order, order.kind == "foreign" ? 7 : 1));
+Bytes malformed_frame(Order& order) {
+  Bytes frame = frame_of_ring(order, 1);
+  for (size_t at = kPdu; at < frame.size(); ++at) {
+    frame[at] = static_cast<uint8_t>(order.random());
+  }
+  frame.resize(kPdu + order.random() % 1000, static_cast<uint8_t>(order.random()));
+  return frame;
+}
+
+std::vector<Bytes> frames_of(Order& order) {
+  std::vector<Bytes> frames;
+  for (size_t i = 0; i < kBatch; ++i) {
+    frames.push_back(order.kind == "malformed"
+                         ? malformed_frame(order)
+                         : frame_of_ring(order, order.kind == "foreign" ? 7 : 1));
+  }
+  return frames;
+}
+
+// Another request, other flags and another node ID for each frame.
+void invent(Order& order, std::vector<Bytes>& frames) {
+  constexpr std::array<uint8_t, 12> kTellNoState{1, 2, 3, 4, 5, 6, 8, 9, 10, 12, 14, 15};
+  constexpr uint8_t kSignalFail = 11;
+  for (size_t i = 0; i < frames.size(); ++i) {
+    const uint32_t number = order.random();
+    const uint8_t request = order.kind == "invented" ? kTellNoState[number % kTellNoState.size()]
+                                                     : (i % 2 == 0 ? kSignalFail : uint8_t{0});
+    frames[i][kPdu + 4] = static_cast<uint8_t>(request << 4);
+    frames[i][kPdu + 5] = static_cast<uint8_t>(number & 0x60);  // DNF, BPR; never RB
+    frames[i][kPdu + 6] = 0x02;
+    for (size_t at = 0; at < sizeof number; ++at) {
+      frames[i][kPdu + 8 + at] = static_cast<uint8_t>(number >> (8 * at));
+    }
+  }
 }
 
 int fail(const char* what) {
@@ -53,7 +94,7 @@ int fail(const char* what) {
   return 1;
 }
 
-int flood(const Order& order) {
+int flood(Order& order) {
   const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
   sockaddr_ll address{};
   address.sll_family = AF_PACKET;
@@ -77,11 +118,15 @@ int flood(const Order& order) {
   const auto elapsed_s = [&] {
     return std::chrono::duration<double>(Clock::now() - start).count();
   };
+  const bool invented = order.kind == "invented" || order.kind == "valid";
   uint64_t sent = 0;
   for (double now_s = 0; now_s < order.seconds; now_s = elapsed_s()) {
     if (static_cast<double>(sent) >= now_s * order.per_second) {
       std::this_thread::sleep_for(std::chrono::microseconds(100));
       continue;
+    }
+    if (invented) {
+      invent(order, frames);
     }
     const int count = sendmmsg(fd, messages.data(), kBatch, 0);
     if (count < 0 && errno != ENOBUFS && errno != ENETDOWN) {
