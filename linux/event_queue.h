@@ -18,6 +18,7 @@
 #include <optional>
 #include <string>
 
+#include "linux/flood_watch.h"
 #include "linux/in_process_queue.h"
 #include "linux/link_monitor.h"
 #include "linux/outside_door.h"
@@ -75,6 +76,8 @@ class EventQueue {
   void read_ahead();
   Packet* read_admitted(RingPort& port);
   void refuse_frame(RingPort& port, Packet& packet);
+  void thin_out_flood(RingPort& port, Packet& packet);
+  void hear_all_again();
   void refuse(DoorVerdict verdict, size_t length);
 
   RingPorts& ports_;
@@ -101,6 +104,9 @@ class EventQueue {
   int64_t last_refusal_logged_ns_ = 0;
   TokenBucket refusals_recorded_{{.burst = 64, .per_second = 10}, 0};
   std::array<FloodNews, kMaxPort + 1> flood_news_{};
+  std::array<FloodWatch, kMaxPort + 1> flood_watches_{};
+  uint64_t thinned_ = 0;  // bit n: the kernel drops most of the flood at port n
+  UniqueFd thinning_timer_;
 };
 
 }  // namespace erps::linux_platform

@@ -21,6 +21,7 @@ namespace {
 // room for what 100,000 frames a second bring while the task that reads them waits for a processor.
 constexpr int kReceiveBufferBytes = 4 * 1024 * 1024;
 constexpr int kControlPriority = 7;
+constexpr uint32_t kWholeFrame = 0x40000;
 constexpr size_t kAddressesLength = 12;
 constexpr uint16_t kVlanIdMask = 0x0FFF;
 
@@ -119,16 +120,26 @@ int FrameSocket::bind(uint32_t ifindex) {
 }
 
 int FrameSocket::listen(const FrameMatch* match) {
-  constexpr uint32_t kWholeFrame = 0x40000;
+  const std::lock_guard lock(mutex_);
+  heard_.reset();
   if (match == nullptr) {
     return attach(fd_.get(), make_filter(FrameMatch{}, 0, 0));
   }
   // What is no R-APS costs a node the least when the kernel drops it.
-  FrameMatch heard = *match;
-  if (heard.ether_type == ETH_P_CFM) {
-    heard.opcode = kRapsOpcode;
+  heard_ = *match;
+  if (match->ether_type == ETH_P_CFM) {
+    heard_->opcode = kRapsOpcode;
   }
-  return attach(fd_.get(), make_filter(heard, kWholeFrame, 0));
+  return attach(fd_.get(), make_filter(*heard_, kWholeFrame, 0));
+}
+
+int FrameSocket::thin_out(const FloodMatch* flood) {
+  const std::lock_guard lock(mutex_);
+  if (!heard_) {
+    return 0;
+  }
+  return attach(fd_.get(), flood != nullptr ? make_thinning_filter(*heard_, *flood, kWholeFrame, 0)
+                                            : make_filter(*heard_, kWholeFrame, 0));
 }
 
 int FrameSocket::send(const uint8_t* frame, size_t length) const {

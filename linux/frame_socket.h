@@ -4,12 +4,14 @@
 // frame before it looks for such sockets; one for all protocols with a filter hears every R-APS in
 // every port state.
 //
-// Threading: send() from any thread at once; the rest from the thread that receives.
+// Threading: send(), listen() and thin_out() from any thread; the rest from the thread that
+// receives.
 // Errors: open() throws PlatformError; the others return an errno. Nothing is logged here.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
+#include <mutex>
+#include <optional>
 
 #include "linux/packet_pool.h"
 #include "linux/raps_filter.h"
@@ -26,6 +28,9 @@ class FrameSocket {
   // Hears the frames that match, or nothing at all (null).
   int listen(const FrameMatch* match);
 
+  // Of what is heard, only some of the flood's frames; all of them again (null).
+  int thin_out(const FloodMatch* flood);
+
   // Sends the frame as it stands at traffic-control priority. Never waits.
   int send(const uint8_t* frame, size_t length) const;
 
@@ -40,6 +45,8 @@ class FrameSocket {
 
  private:
   UniqueFd fd_;
+  std::mutex mutex_;
+  std::optional<FrameMatch> heard_;
 };
 
 }  // namespace erps::linux_platform

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "linux/platform.h"
 
@@ -25,12 +26,23 @@ struct FrameMatch {
   bool operator==(const FrameMatch&) const = default;
 };
 
-inline constexpr size_t kFilterLength = 18;
-using FilterProgram = std::array<sock_filter, kFilterLength>;
+// What the frames of a flood have in common.
+struct FloodMatch {
+  MacAddress source{};
+  // Request, status and node ID, where they are all the same.
+  std::optional<std::array<uint8_t, 8>> content;
+};
+
+using FilterProgram = std::vector<sock_filter>;
 
 // A classic BPF program over the frame from its destination address on; it returns `matched` or
 // `other`. The kernel moves an outer tag out of the frame before most filters run, but not before
 // all of them, so the EtherType is looked for in both places.
 FilterProgram make_filter(const FrameMatch& match, uint32_t matched, uint32_t other);
+
+// The same for which only one in kThinning frames of the flood matches, whichever it happens to be.
+inline constexpr uint32_t kThinning = 32;
+FilterProgram make_thinning_filter(const FrameMatch& match, const FloodMatch& flood,
+                                   uint32_t matched, uint32_t other);
 
 }  // namespace erps::linux_platform

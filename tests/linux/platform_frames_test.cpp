@@ -1,10 +1,12 @@
 // R-APS frames: what is heard, how it looks, what the bridge still floods.
 #include <sched.h>
 
+#include <algorithm>
 #include <cstring>
 #include <thread>
 
 #include "linux/capture_mechanism.h"
+#include "linux/flood_guard.h"
 #include "linux/frame_socket.h"
 #include "platform/field_processor.h"
 #include "platform/packet_buffer.h"
@@ -333,6 +335,61 @@ TEST_F(FramesTest, StormIsBoundedByTheKernelAndRefusedHere) {
               Bytes(frame.begin() + 6, frame.begin() + 12));
   }
 }
+
+// How many messages of this request and node came in at port 1.
+size_t heard_of(uint8_t request, uint8_t node) {
+  const auto records = history();
+  return static_cast<size_t>(
+      std::count_if(records.begin(), records.end(), [=](const HistoryRecord& record) {
+        return record.kind == HistoryKind::kRapsReceived && record.port == 1 &&
+               record.request == request && record.node_id[5] == node;
+      }));
+}
+
+class ThinnedFlood : public FramesTest, public ::testing::WithParamInterface<bool> {};
+
+// The kernel spares the task most of a source's flood; whatever else comes is heard as before, and
+// the source itself when it has stopped.
+TEST_P(ThinnedFlood, CostsLittleAndHidesNothingElse) {
+  const bool repeats = GetParam();
+  start_platform();
+  ASSERT_EQ(add_capture_rule(), 0);
+  const Wire one("w1");
+  const Pump pump(queue_);
+  Bytes attack = raps_frame(1, 100, 2, 9);
+  uint64_t sent = 0;
+  const auto flood_for = [&](std::chrono::milliseconds duration) {
+    for (const auto end = std::chrono::steady_clock::now() + duration;
+         std::chrono::steady_clock::now() < end;) {
+      attack[29] = repeats ? 9 : static_cast<uint8_t>(sent);  // the end of the node ID
+      sent += one.send(attack) ? 1 : 0;
+    }
+  };
+  ASSERT_TRUE(one.send(raps_frame(1, 100, 0, 7)));  // a node of the ring, known before
+  std::this_thread::sleep_for(std::chrono::nanoseconds(FloodGuard::kProvenNs));
+  flood_for(std::chrono::milliseconds(300));
+  ASSERT_TRUE(one.send(raps_frame(1, 100, 11, 7)));
+  flood_for(std::chrono::milliseconds(300));
+  EXPECT_TRUE(eventually([] { return heard_of(11, 7) == 1; }));
+  if (repeats) {  // it has something else to say
+    ASSERT_TRUE(one.send(raps_frame(1, 100, 11, 9)));
+    flood_for(std::chrono::milliseconds(100));
+    EXPECT_TRUE(eventually([] { return heard_of(11, 9) == 1; }));
+  }
+  const PortStatus status = port(1);
+  EXPECT_GT(sent, 20'000u) << "no flood";
+  EXPECT_LT(status.frames_refused + status.frames_received + status.frames_dropped, sent / 4);
+
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  for (int i = 0; i < 10; ++i) {
+    ASSERT_TRUE(one.send(raps_frame(1, 100, 13, 9)));
+  }
+  EXPECT_TRUE(eventually([] { return heard_of(13, 9) == 10; })) << heard_of(13, 9);
+}
+
+INSTANTIATE_TEST_SUITE_P(Content, ThinnedFlood, ::testing::Bool(), [](const auto& repeats) {
+  return std::string(repeats.param ? "Repeated" : "Varied");
+});
 
 TEST_F(FramesTest, TwoTasksSendAtOnce) {
   start_platform();
