@@ -80,6 +80,33 @@ bool RingModel::offer(RingRequest request, const RequestDetails& details) {
   return true;
 }
 
+void RingModel::start(bool second_link_was_up) {
+  const bool second_link_is_up = now.ports[1].link_up;
+  now.local_priority = 0;
+  enter(RingState::kPending);
+  if (plain()) {
+    now.ports[0].forwarding = true;
+    now.ports[1].forwarding = false;
+  } else {
+    block_rpl();
+    unblock_non_rpl();
+  }
+  send(kNr, false);
+  wait_to_restore();
+  const auto look = [this](const PortSnapshot& port) {
+    if (!port.link_up) {  // none of them has failed since the ring started
+      for_ports([](PortSnapshot& any) { any.forwarding = any.forwarding && any.link_up; });
+    }
+    offer(port.link_up ? RingRequest::kClearSf : RingRequest::kSf, {});
+  };
+  now.ports[1].link_up = second_link_was_up;
+  look(now.ports[0]);
+  now.ports[1].link_up = second_link_is_up;
+  if (!sub_ring()) {
+    look(now.ports[1]);
+  }
+}
+
 void RingModel::indicate(uint32_t indication) {
   now.notify_state = indication;
   if (indication == kCut && state() == RingState::kIdle) {

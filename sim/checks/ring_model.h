@@ -45,6 +45,11 @@ class RingModel {
  public:
   explicit RingModel(const RingSnapshot& ring) : now(ring) {}
 
+  // The ring is enabled, with its links as they are found: from now on it is pending, and in
+  // protection where one is down. Both looks at the second port's link, one at the beginning and
+  // one behind the first port's, need not see the same.
+  void start(bool second_link_was_up);
+
   // False when the request has not the rank to change anything.
   bool offer(RingRequest request, const RequestDetails& details);
 

@@ -159,8 +159,7 @@ void StateChecker::allow(const Step& step) {
   }
 }
 
-// A ring that is started is pending, and in protection where a link was found down; one that is
-// stopped does nothing. What its links are it has read for itself.
+// A ring that is stopped does nothing.
 void StateChecker::allow_after_start(const Step& step) {
   RingSnapshot ring = *step.after;
   if (!ring.enabled) {
@@ -172,10 +171,11 @@ void StateChecker::allow_after_start(const Step& step) {
   if (step.cause != Step::Cause::kCommand || step.command != mgmt::kSetEnable) {
     return;
   }
-  ring.state = static_cast<uint32_t>(RingState::kPending);
-  outcomes_.push_back(ring);
-  ring.state = static_cast<uint32_t>(RingState::kProtection);
-  outcomes_.push_back(ring);
+  for (const bool second_link_was_up : {true, false}) {
+    RingModel model(ring);
+    model.start(second_link_was_up);
+    outcomes_.push_back(model.now);
+  }
 }
 
 void StateChecker::allow_after_link(const Step& step) {
