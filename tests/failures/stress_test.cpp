@@ -22,8 +22,7 @@
 namespace erps::failures {
 namespace {
 
-constexpr std::chrono::seconds kDuration{8};
-constexpr int kRestarts = 8;
+using std::chrono_literals::operator""ms;
 
 using Arguments = std::vector<uint32_t>;
 
@@ -158,6 +157,36 @@ class Stress : public testing::Test {
     ASSERT_EQ(erps_module_start(), 0);
   }
 
+  // Everything for a while; each part of it ends with a restart.
+  void put_under_load(int restarts, std::chrono::milliseconds pause) {
+    std::vector<std::thread> threads;
+    threads.emplace_back([this] { operate(1); });
+    threads.emplace_back([this] { operate(2); });
+    threads.emplace_back([this] { flap_links(); });
+    threads.emplace_back([this] { send_frames(); });
+    threads.emplace_back([this] { post_nonsense(); });
+    for (int restart = 0; restart < restarts; ++restart) {
+      std::this_thread::sleep_for(pause);  // it is the load that takes this time
+      restart_module();
+    }
+    over_ = true;
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
+  }
+
+  // Nothing is left of it.
+  void expect_clean_end() {
+    for (const uint32_t ring : {1U, 2U, 3U, 4U, 6U, 7U, 8U, 9U}) {
+      ask(1, mgmt::kSetEnable, {ring, 0});
+      ask(1, mgmt::kDeleteRing, {ring});
+    }
+    erps_module_stop();
+    EXPECT_EQ(erps_get_list_head(), nullptr);
+    EXPECT_EQ(g_erps_timer_list.next, &g_erps_timer_list) << "a timer is left without a ring";
+    EXPECT_EQ(platform_.packets_out(), 0);
+  }
+
   ThreadedPlatform& platform_ = ThreadedPlatform::instance();
   std::atomic<bool> over_ = false;
   std::atomic<bool> restart_wanted_ = false;
@@ -167,37 +196,23 @@ class Stress : public testing::Test {
 };
 
 TEST_F(Stress, EverythingAtOnce) {
-  std::vector<std::thread> threads;
-  threads.emplace_back([this] { operate(1); });
-  threads.emplace_back([this] { operate(2); });
-  threads.emplace_back([this] { flap_links(); });
-  threads.emplace_back([this] { send_frames(); });
-  threads.emplace_back([this] { post_nonsense(); });
-  for (int restart = 0; restart < kRestarts; ++restart) {
-    std::this_thread::sleep_for(kDuration / kRestarts);  // it is the load that takes this time
-    restart_module();
-  }
-  over_ = true;
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  put_under_load(8, 1000ms);
   EXPECT_EQ(unanswered_, 0U);
   // Some of everything, even on a slow machine.
   EXPECT_GT(asked_, 200U);
   EXPECT_GT(platform_.ticks(), 200U);
   EXPECT_GT(platform_.frames_handled(), 200U);
-
-  for (const uint32_t ring : {1U, 2U, 3U, 4U, 6U, 7U, 8U, 9U}) {
-    ask(1, mgmt::kSetEnable, {ring, 0});
-    ask(1, mgmt::kDeleteRing, {ring});
-  }
-  erps_module_stop();
-  EXPECT_EQ(erps_get_list_head(), nullptr);
-  EXPECT_EQ(g_erps_timer_list.next, &g_erps_timer_list) << "a timer is left without a ring";
-  EXPECT_EQ(platform_.packets_out(), 0);
+  expect_clean_end();
   RecordProperty("requests", std::to_string(asked_));
   RecordProperty("ticks", std::to_string(platform_.ticks()));
   RecordProperty("frames", std::to_string(platform_.frames_handled()));
+}
+
+// The tasks meet in their beginnings and ends.
+TEST_F(Stress, RestartedAllTheTime) {
+  put_under_load(30, 20ms);
+  EXPECT_EQ(unanswered_, 0U);
+  expect_clean_end();
 }
 
 }  // namespace
