@@ -147,7 +147,7 @@ class Stress:
     name = "stress"
     LONGEST_S = 300
     RUNS = 3
-    SUSPECTS = ("Stress.EverythingAtOnce",)
+    SUSPECTS = ("Stress.EverythingAtOnce", "Stress.RestartedAllTheTime")
 
     def __init__(self, build):
         self.build = build
