@@ -27,6 +27,7 @@ constexpr int kFailed = -1;
 constexpr uint32_t kLinkStateAttribute = 11;
 constexpr uint32_t kLearntAddresses = 2;
 constexpr char kNoRingPort[] = "port %u is no ring port";
+constexpr char kSendFailed[] = "port %u (%s): %s";
 constexpr char kNotRunning[] = "the platform is not running";
 
 RingPort* find_port(Instance* platform, uint32_t port_id) {
@@ -96,9 +97,13 @@ int adp_transmit_frame(const uint8_t* frame, uint16_t length, uint32_t, uint32_t
   const int error = port->frames.send(frame, length);
   lp::count(error == 0 ? port->frames_sent : port->send_failures);
   record_sent(*platform, *port, frame, length, error);
-  return error == 0 ? 0
-                    : failure.tell("port %u (%s): %s", port_id, port->interface.c_str(),
-                                   std::strerror(error));
+  if (error == 0) {
+    return 0;
+  }
+  // A link that has just gone takes what is sent meanwhile along.
+  return platform->links.device_up(*port)
+             ? failure.tell(kSendFailed, port_id, port->interface.c_str(), std::strerror(error))
+             : failure.note(kSendFailed, port_id, port->interface.c_str(), std::strerror(error));
 }
 
 int adp_receive_frame(uint32_t handle, uint8_t* frame, uint16_t capacity, uint16_t* length,
