@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
+#include "linux/flood_watch.h"
 #include "tests/linux/platform_fixture.h"
 
 namespace erps::linux_platform::test {
@@ -185,6 +188,65 @@ TEST_F(FloodGuardTest, ShortFramesAreOfASourceToo) {
     EXPECT_LE(flood(frame, kSecondNs), most_within(1)) << length;
     admits(frame);
     EXPECT_FALSE(admits(frame)) << length;
+  }
+}
+
+// Which source the kernel is told to drop.
+class FloodWatchTest : public ::testing::Test {
+ protected:
+  std::optional<FloodMatch> refused(const Bytes& frame) {
+    now_ns_ += kFloodGapNs;
+    return watch_.refused(frame.data(), frame.size(), now_ns_);
+  }
+
+  FloodWatch watch_;
+  int64_t now_ns_ = 1000 * kSecondNs;
+};
+
+TEST_F(FloodWatchTest, FloodThatRepeatsItselfIsKnownByItsContent) {
+  for (const uint16_t vlan : {uint16_t{0}, uint16_t{100}}) {
+    const Bytes frame = raps_frame(1, vlan, kSignalFail, 9);
+    for (int i = 1; i < FloodWatch::kMany; ++i) {
+      ASSERT_FALSE(refused(frame)) << i;
+    }
+    const auto flood = refused(frame);
+    ASSERT_TRUE(flood);
+    EXPECT_EQ(flood->source, (MacAddress{0x02, 0, 0, 0, 0, 9}));
+    ASSERT_TRUE(flood->content);
+    EXPECT_EQ(*flood->content, (std::array<uint8_t, 8>{kSignalFail << 4, 0, 0x02, 0, 0, 0, 0, 9}));
+  }
+}
+
+TEST_F(FloodWatchTest, FloodThatVariesIsKnownByItsSourceAlone) {
+  Bytes frame = raps_frame(1, 100, kSignalFail, 9);
+  for (int i = 1; i < FloodWatch::kMany; ++i) {
+    frame[29] = static_cast<uint8_t>(i);
+    ASSERT_FALSE(refused(frame));
+  }
+  const auto flood = refused(frame);
+  ASSERT_TRUE(flood);
+  EXPECT_FALSE(flood->content);
+}
+
+TEST_F(FloodWatchTest, FewFramesAndManySourcesShowNoFloodOfOne) {
+  for (int second = 0; second < 10; ++second, now_ns_ += kSecondNs) {
+    for (int i = 1; i < FloodWatch::kMany; ++i) {
+      ASSERT_FALSE(refused(raps_frame(1, 100, kSignalFail, 9)));
+    }
+  }
+  for (int i = 0; i < 100'000; ++i) {
+    ASSERT_FALSE(refused(raps_frame(1, 100, kSignalFail, static_cast<uint8_t>(i % 200)))) << i;
+  }
+}
+
+TEST_F(FloodWatchTest, ShortFramesAreLookedAtNoFurtherThanTheyReach) {
+  for (const size_t length : {size_t{0}, size_t{13}, size_t{14}, size_t{25}, size_t{29}}) {
+    const Bytes frame(length, 0xA7);
+    for (int i = 0; i < FloodWatch::kMany; ++i) {
+      if (const auto flood = refused(frame)) {
+        EXPECT_FALSE(flood->content) << length;
+      }
+    }
   }
 }
 
