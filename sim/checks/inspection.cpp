@@ -9,6 +9,7 @@
 #include "sim/checks/frame_checker.h"
 #include "sim/checks/loop_judge.h"
 #include "sim/checks/partition_judge.h"
+#include "sim/checks/relay_checker.h"
 #include "sim/checks/state_checker.h"
 #include "sim/checks/stuck_rings.h"
 #include "sim/checks/timer_checker.h"
@@ -36,6 +37,7 @@ struct Inspection::Checkers {
         timers(simulation.topology(), watch, mishaps),
         addresses(simulation, bounds.repeat_us),
         flushes(simulation.topology(), &mishaps),
+        relays(simulation.topology(), &mishaps),
         partitions(simulation, watch, bounds, mishaps, forced),
         loops(simulation, watch, bounds) {
     watch.add(mishaps);
@@ -47,6 +49,7 @@ struct Inspection::Checkers {
     if (!simulation.flushes_in_the_background()) {
       watch.add(flushes);
     }
+    watch.add(relays);
     watch.add(loops);
   }
 
@@ -60,16 +63,18 @@ struct Inspection::Checkers {
   TimerChecker timers;
   AddressChecker addresses;
   FlushChecker flushes;
+  RelayChecker relays;
   PartitionJudge partitions;
   LoopJudge loops;
   std::vector<Finding> home;
 
   // In the order in which they observe: the watch tells the others.
   std::vector<Observer*> observers() {
-    return {&watch, &mishaps, &stuck, &frames, &timers, &addresses, &flushes, &partitions, &loops};
+    return {&watch,     &mishaps, &stuck,  &frames,     &timers,
+            &addresses, &flushes, &relays, &partitions, &loops};
   }
   std::vector<Checker*> all() {
-    return {&states, &frames, &timers, &addresses, &flushes, &partitions, &loops};
+    return {&states, &frames, &timers, &addresses, &flushes, &relays, &partitions, &loops};
   }
 };
 
