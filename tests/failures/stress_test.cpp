@@ -22,7 +22,7 @@
 namespace erps::failures {
 namespace {
 
-using std::chrono_literals::operator""ms;
+using std::chrono::milliseconds;
 
 using Arguments = std::vector<uint32_t>;
 
@@ -142,7 +142,7 @@ class Stress : public testing::Test {
     while (!over_) {
       constexpr uintptr_t kHarmless[] = {5, 6, 8, 9, 11};
       platform_.post_event(kHarmless[type++ % std::size(kHarmless)], 999'999);
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      std::this_thread::sleep_for(milliseconds(1));
     }
   }
 
@@ -158,7 +158,7 @@ class Stress : public testing::Test {
   }
 
   // Everything for a while; each part of it ends with a restart.
-  void put_under_load(int restarts, std::chrono::milliseconds pause) {
+  void put_under_load(int restarts, milliseconds pause) {
     std::vector<std::thread> threads;
     threads.emplace_back([this] { operate(1); });
     threads.emplace_back([this] { operate(2); });
@@ -196,7 +196,7 @@ class Stress : public testing::Test {
 };
 
 TEST_F(Stress, EverythingAtOnce) {
-  put_under_load(8, 1000ms);
+  put_under_load(8, milliseconds(1000));
   EXPECT_EQ(unanswered_, 0U);
   // Some of everything, even on a slow machine.
   EXPECT_GT(asked_, 200U);
@@ -210,7 +210,7 @@ TEST_F(Stress, EverythingAtOnce) {
 
 // The tasks meet in their beginnings and ends.
 TEST_F(Stress, RestartedAllTheTime) {
-  put_under_load(30, 20ms);
+  put_under_load(30, milliseconds(20));
   EXPECT_EQ(unanswered_, 0U);
   expect_clean_end();
 }
