@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 
+#include "erps/raps/frame.h"
 #include "erps/ring/ring.h"
 #include "sim/module_copy.h"
 #include "sim/module_symbols.h"
@@ -57,6 +58,8 @@ RingSnapshot read_ring(const ERPSM_T& record) {
   ring.tx_request = record.tx_request;
   ring.tx_rb = record.tx_rb != 0;
   ring.tx_dnf = record.tx_dnf != 0;
+  ring.tx_bpr = record.tx_frame_len == raps::kTaggedLength &&
+                (record.tx_frame[raps::kTaggedPdu + raps::kStatusOffset] & raps::kStatusBpr) != 0;
   ring.guard_running = record.guard_running != 0;
   ring.holdoff_running = record.holdoff_running != 0;
   ring.inter_fault_port = record.inter_fault_port;

@@ -43,6 +43,7 @@ struct RingSnapshot {
   uint8_t tx_request = 0;
   bool tx_rb = false;
   bool tx_dnf = false;
+  bool tx_bpr = false;  // of a tagged message
   bool guard_running = false;
   bool holdoff_running = false;
   int32_t inter_fault_port = 0;

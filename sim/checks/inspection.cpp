@@ -30,7 +30,6 @@ struct Inspection::Checkers {
       : bounds(bounds_of(simulation.topology(), simulation.timing())),
         watch(simulation),
         mishaps(simulation, watch, bounds.repeat_us),
-        forced(watch, simulation.topology().nodes.size()),
         stuck(simulation),
         states(simulation.topology(), &mishaps),
         frames(simulation.topology()),
@@ -38,10 +37,9 @@ struct Inspection::Checkers {
         addresses(simulation, bounds.repeat_us),
         flushes(simulation.topology(), &mishaps),
         relays(simulation.topology(), &mishaps),
-        partitions(simulation, watch, bounds, mishaps, forced),
+        partitions(simulation, watch, bounds, mishaps),
         loops(simulation, watch, bounds) {
     watch.add(mishaps);
-    watch.add(forced);
     watch.add(stuck);
     watch.add(states);
     watch.add(timers);
@@ -50,13 +48,13 @@ struct Inspection::Checkers {
       watch.add(flushes);
     }
     watch.add(relays);
+    watch.add(partitions);
     watch.add(loops);
   }
 
   const Bounds bounds;
   RingWatch watch;
   Mishaps mishaps;
-  ForcedSwitches forced;
   StuckRings stuck;
   StateChecker states;
   FrameChecker frames;

@@ -30,6 +30,12 @@ bool has_ring(const NodePlan& node, uint32_t ring) {
                      [=](const SubRingConfig& at) { return at.ring == ring; });
 }
 
+bool has_block(const RingSnapshot& ring) {
+  return std::any_of(ring.ports.begin(), ring.ports.end(), [](const PortSnapshot& port) {
+    return port.present && port.link_up && !port.forwarding;
+  });
+}
+
 RingRequest request_in(const RapsMessage& message) {
   return request_of(message.request(), message.rb());
 }
@@ -125,6 +131,13 @@ void Mishaps::on_record(const Record& record) {
         on_connection(record);
       }
       break;
+    case RecordKind::kPortApplied: {
+      constexpr uint32_t kOpen = 4;
+      if (record.a == kOpen) {
+        on_connection(record);
+      }
+      break;
+    }
     case RecordKind::kRunning:
       member.running = true;
       member.dead = false;
@@ -234,16 +247,34 @@ void Mishaps::on_step(const Step& step) {
   if (step.before == nullptr) {
     return;
   }
-  if (step.before->local_priority > step.after->local_priority) {
+  const RingSnapshot& after = *step.after;
+  if (step.before->local_priority > after.local_priority) {
     on_ended_request(step);
   }
-  // Of two manual switches that meet, both end until one is heard again.
-  const bool collides = step.cause == Step::Cause::kFrame &&
-                        step.before->state == static_cast<uint32_t>(RingState::kManual) &&
-                        step.after->state == static_cast<uint32_t>(RingState::kPending) &&
-                        request_in(step.message) == RingRequest::kRapsMs;
-  if (collides) {
-    mishaps_.push_back({step.from_us, surprise::kManualCollision, step.node, repeat_us_});
+  add_who_has_to_hear_twice(step);
+}
+
+void Mishaps::add_who_has_to_hear_twice(const Step& step) {
+  const RingSnapshot& before = *step.before;
+  const RingSnapshot& after = *step.after;
+  constexpr auto kManual = static_cast<uint32_t>(RingState::kManual);
+  const auto add_here = [&](const char* surprise, int64_t lasts_us) {
+    mishaps_.push_back({step.from_us, surprise, step.node, lasts_us});
+  };
+  if (step.cause == Step::Cause::kLink && step.up && after.state == kManual &&
+      after.local_priority == 0 && has_block(after)) {
+    add_here(surprise::kHeardTwice, 2 * repeat_us_);
+  }
+  if (step.cause != Step::Cause::kFrame || (after.ring & 0xFFU) != step.message.ring() ||
+      before.state == after.state || !matters(after, step.message)) {
+    return;
+  }
+  const RingRequest request = request_in(step.message);
+  if (request == RingRequest::kRapsNr) {
+    add_here(surprise::kHeardTwice, repeat_us_);
+  } else if (request == RingRequest::kRapsMs && before.state == kManual) {
+    const bool has_own = before.local_priority == static_cast<uint32_t>(RingRequest::kMs);
+    add_here(has_own ? surprise::kManualCollision : surprise::kHeardTwice, repeat_us_);
   }
 }
 
@@ -297,13 +328,19 @@ void Mishaps::on_new_message(const Step& step) {
   }
 }
 
+// Whether it has not, since the speaker says so.
 bool Mishaps::has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSnapshot& ring) const {
   const uint32_t id = id_end(topology_.nodes[speaker].address);
   const uint32_t words = words_of(ring);
+  int64_t since_us = 0;
+  for (const Said& said : members_[speaker].said) {
+    since_us = said.ring == ring.ring && said.words == words ? said.since_us : since_us;
+  }
   const Member& member = members_[listener];
   const bool heard_it =
       std::any_of(member.heard.begin(), member.heard.end(), [&](const Heard& one) {
-        return one.ring == ring.ring && one.from == id && one.words == words;
+        return one.ring == ring.ring && one.from == id && one.words == words &&
+               one.at_us >= since_us;
       });
   return listener != speaker && member.running && !heard_it &&
          has_ring(topology_.nodes[listener], ring.ring);

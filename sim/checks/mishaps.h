@@ -39,8 +39,6 @@ class Mishaps final : public Observer, public StepListener {
   // Whether a call to its platform failed at the node since then: what it holds or sends may
   // differ.
   bool call_failed(NodeIndex node, int64_t since_us) const { return failed_us_[node] >= since_us; }
-  // Whether the listener is yet to hear what the speaker repeats about the ring.
-  bool has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSnapshot& ring) const;
   // The surprises since then.
   std::set<std::string> names_since(int64_t time_us) const;
 
@@ -72,10 +70,13 @@ class Mishaps final : public Observer, public StepListener {
   void on_received(const Record& record);
   void on_lost(const Record& record);
   void on_connection(const Record& record);
+  // Whether the listener is yet to hear what the speaker repeats about the ring.
+  bool has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSnapshot& ring) const;
   void add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const RingSnapshot& ring);
   void add(const Record& record, const char* surprise) { add(record, surprise, repeat_us_); }
   void add(const Record& record, const char* surprise, int64_t lasts_us);
   void on_ended_request(const Step& step);
+  void add_who_has_to_hear_twice(const Step& step);
   void on_new_message(const Step& step);
   int64_t wait_us(NodeIndex node, uint32_t local_priority) const;
 

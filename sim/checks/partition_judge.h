@@ -1,54 +1,52 @@
 // Tells the partitions that last too long, and which of them the protocol makes by itself.
 //
-// A repair takes the detection of the fault and a message's way. A partition that lasts longer is
-// put down to a mishap of a message, which lasts until the message is repeated, or to forced
-// switches, as far as these cover it without a gap; else it is a violation. What a node missed
-// covers only as long as that node blocks.
+// A repair takes the detection of the fault and a message's way. What lasts longer has a reason at
+// every moment (partition_reason.h), or it is a violation. Where somebody has yet to hear
+// something, there was a mishap to a message at one of those whom it concerns, and the message is
+// repeated in time.
 #pragma once
 
-#include <set>
-#include <vector>
+#include <optional>
 
 #include "sim/checks/bounds.h"
 #include "sim/checks/checker.h"
-#include "sim/checks/forced_switches.h"
 #include "sim/checks/mishaps.h"
+#include "sim/checks/partition_reason.h"
 #include "sim/checks/spells.h"
 
 namespace erps::sim {
 
-class PartitionJudge final : public Checker, public Observer {
+class PartitionJudge final : public Checker, public Observer, public StepListener {
  public:
-  // All three are watched elsewhere, and before this is.
+  // Both are watched elsewhere, and before this is.
   PartitionJudge(Simulation& simulation, const RingWatch& watch, const Bounds& bounds,
-                 Mishaps& mishaps, ForcedSwitches& forced);
+                 Mishaps& mishaps);
 
   void on_record(const Record& record) override;
+  void on_step(const Step& step) override;
+  void on_event_done(int64_t time_us, NodeIndex node) override;
   void on_forwarding(int64_t time_us, const Forwarding& forwarding) override;
   void collect(int64_t now_us, std::vector<Finding>& findings) override;
 
  private:
-  // Who blocked a working link, from this time on until the next one.
-  struct Blocks {
+  // Why the partition lasted, from this time on until the next one.
+  struct Stretch {
     int64_t from_us = 0;
-    std::set<NodeIndex> nodes;
-    const char* surprise = nullptr;  // that makes the partition by itself
+    PartitionReason reason;
   };
   struct Partition : Spell {
-    std::vector<Blocks> blocks;
-
-    // Until when the node blocks without a break; the time itself if it does not.
-    int64_t blocked_until_us(NodeIndex node, int64_t time_us) const;
+    std::vector<Stretch> stretches;  // the first begins when it has lasted too long
+  };
+  // How far an explanation goes, and its name if it is a surprise.
+  struct Cover {
+    int64_t until_us = 0;
+    const char* surprise = nullptr;
   };
 
-  void look(int64_t time_us);
-  const char* surprise_in(const Forwarding& forwarding, const std::set<NodeIndex>& blocking) const;
-  bool is_by_silence(const Forwarding& forwarding) const;
-  bool is_by_untold_failure(const Forwarding& forwarding,
-                            const std::set<NodeIndex>& blocking) const;
-  bool is_by_dead_modules(const Forwarding& forwarding) const;
-  bool owner_is_no_help(NodeIndex blocking, const char*& surprise) const;
-  std::set<NodeIndex> blocking(const Forwarding& forwarding) const;
+  void note(int64_t time_us);
+  void find_reason(int64_t time_us);
+  Cover cover_by_repair(int64_t time_us) const;
+  Cover cover_by_mishap(int64_t time_us, const std::set<NodeIndex>& concerned) const;
   void judge(const Partition& partition, FindingList& into) const;
   void judge_old(int64_t now_us);
 
@@ -56,13 +54,14 @@ class PartitionJudge final : public Checker, public Observer {
   const RingWatch& watch_;
   const Bounds bounds_;
   Mishaps& mishaps_;
-  ForcedSwitches& forced_;
+  Circumstances last_;  // at the last change
+  int64_t noted_us_ = 0;  // when that was
+  bool is_asked_ = false;  // for the reason in these circumstances
   std::vector<Partition> waiting_;  // to be judged once all is known of them
-  std::vector<int64_t> starts_us_;
-  Forwarding forwarding_;   // at the last change of the partition that lasts
-  int64_t looked_us_ = 0;   // when its reason was last looked for
-  std::vector<bool> dead_;  // by node: powered, and its module is not there
+  std::vector<int64_t> starts_us_;  // when nodes were configured
+  std::vector<int64_t> changes_us_;  // when links and nodes failed or came back
   bool open_ = false;
+  bool step_changed_ = false;  // something, and it is not noted
   FindingList findings_;
 };
 

@@ -25,6 +25,9 @@ inline constexpr char kCallFailed[] = "platform call failed";
 inline constexpr char kNoModule[] = "node without its module";
 // An interconnection node tells of its sub-ring, and its R-APS(NR) or R-APS(NR,RB) is not repeated.
 inline constexpr char kEventRepeated[] = "Event repeated in place of what was said before";
+// The first message only ends a state: R-APS(NR) takes a node to pending, and so does R-APS(MS) one
+// that is in manual for it and has seen a link come back. The second one opens the port.
+inline constexpr char kHeardTwice[] = "block that a message heard twice ends";
 // WTR, WTB or a command outranked it, and it is needed now.
 inline constexpr char kOutranked[] = "message refused while a local request stood";
 inline constexpr char kManualCollision[] = "two manual switches that met";
@@ -34,6 +37,9 @@ inline constexpr char kForcedSplit[] = "forced switch beside another block";
 inline constexpr char kForcedLeft[] = "forced switch cleared while a link is down";
 // A clear that finds no blocked port whose link is up says nothing, and the R-APS(FS) goes on.
 inline constexpr char kForcedStuck[] = "forced switch cleared while its own link is down";
+// A manual switch of a sub-ring is not ended by a failure of its major ring, and one that is given
+// where a failed link is not told of does not yield to that.
+inline constexpr char kManualSplit[] = "manual switch beside another block";
 // A manual switch goes on in its node when a failure or a forced switch takes over, and outranks
 // NR.
 inline constexpr char kManualOutlives[] = "manual switch outlives what took over";

@@ -1,0 +1,68 @@
+// What would become of a network if everybody heard what everybody repeats.
+//
+// The rings start as the modules hold them. Each message that is repeated takes the way that its
+// ring's R-APS channel has, and each node does with it what the model of a ring says, until nothing
+// changes any more. Guard times and the time that messages take are left out: what is still to
+// happen then is what somebody has not heard yet.
+#pragma once
+
+#include <set>
+#include <vector>
+
+#include "sim/checks/ring_model.h"
+
+namespace erps::sim {
+
+class Hearing {
+ public:
+  // By node; no rings where no module runs.
+  using Rings = std::vector<std::vector<RingSnapshot>>;
+
+  // carries: whether strands do, by 2 * link + the end that they lead away from.
+  Hearing(const Topology& topology, Rings at_first, std::vector<bool> carries)
+      : rings(std::move(at_first)), topology_(topology), carries_(std::move(carries)) {}
+
+  void settle();
+  // The same, and no WTR or WTB runs any more.
+  void settle_without_waiting();
+  // A link is seen to fail at its end.
+  void fail(const LinkEnd& end);
+
+  RingSnapshot* ring(NodeIndex node, uint32_t ring);
+
+  // Who has heard something new, who has said it and who has passed it on.
+  const std::set<NodeIndex>& concerned() const { return concerned_; }
+
+  Rings rings;
+
+ private:
+  struct Message {
+    NodeIndex speaker = 0;
+    uint32_t ring = 0;
+    uint8_t code = 0;
+    bool rb = false;
+    bool marked = false;  // by an interconnection node that does not watch
+    MacAddress node_id{};
+    bool bpr = false;
+  };
+
+  void speak(NodeIndex node, const RingSnapshot& ring);
+  void send(const LinkEnd& from, const Message& message);
+  void send_to_major_ring(NodeIndex node, const RingSnapshot& sub_ring, const Message& message);
+  void hear(const LinkEnd& at, Message message);
+  void hear_on_sub_ring(const LinkEnd& at, RingSnapshot& ring, const Message& message);
+  void relay(const LinkEnd& at, const Message& message);
+  void take(NodeIndex node, RingSnapshot& ring, const Message& message);
+  void watch_major_ring(NodeIndex node, PortSnapshot& in, const PortSnapshot& out,
+                        const SubRingConfig& sub_ring, Message& message);
+  void indicate(NodeIndex node, uint32_t sub_ring, uint32_t indication);
+  void concern(NodeIndex speaker);
+  const SubRingConfig* sub_ring_of(NodeIndex node, uint32_t major_ring) const;
+
+  const Topology& topology_;
+  const std::vector<bool> carries_;
+  std::vector<LinkEnd> way_;  // of the present message, in the order of arrival
+  std::set<NodeIndex> concerned_;
+};
+
+}  // namespace erps::sim

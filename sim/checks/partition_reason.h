@@ -1,0 +1,35 @@
+// Why a partition lasts, found by what would have to be otherwise for it to end.
+//
+// First everybody is supposed to have heard what everybody repeats: where that ends the partition,
+// somebody has yet to hear something. Else the protocol itself keeps it: each of the surprises that
+// do so has a condition of its own, and those are the reason without which it would end.
+#pragma once
+
+#include <set>
+#include <vector>
+
+#include "sim/checks/hearing.h"
+#include "sim/forwarding.h"
+
+namespace erps::sim {
+
+struct PartitionReason {
+  bool is_unheard = false;
+  std::set<NodeIndex> concerned;       // by what is unheard
+  std::vector<const char*> surprises;  // all of them together; none when nothing explains it
+
+  friend bool operator==(const PartitionReason&, const PartitionReason&) = default;
+};
+
+// How things stand in a partition.
+struct Circumstances {
+  Forwarding forwarding;
+  std::vector<bool> carriers;  // by 2 * link + end, whether the end has one
+  std::vector<bool> open;      // ... and whether its port forwards
+  std::vector<bool> dead;      // by node, whether it has power and no module
+  Hearing::Rings rings;        // none where no module runs
+};
+
+PartitionReason reason_of(const Topology& topology, const Circumstances& circumstances);
+
+}  // namespace erps::sim
