@@ -12,6 +12,7 @@ namespace erps::sim {
 namespace {
 
 constexpr uint8_t kSfMessage = 11;
+constexpr uint32_t kSubRingRole = 2;
 
 bool is(const RingSnapshot& ring, RingState state) {
   return ring.state == static_cast<uint32_t>(state);
@@ -31,6 +32,11 @@ bool opens_a_port(const RingSnapshot& before, const RingSnapshot& after) {
   return false;
 }
 
+bool has_block(const RingSnapshot& ring) {
+  return std::any_of(ring.ports.begin(), ring.ports.end(),
+                     [](const PortSnapshot& port) { return port.present && !port.forwarding; });
+}
+
 // A non-revertive ring goes on repeating its R-APS(SF) when the link is back.
 bool repeats_an_old_failure(const RingSnapshot& ring) {
   return !ring.revertive && is(ring, RingState::kPending) && ring.sending &&
@@ -48,7 +54,6 @@ bool failed_second(const RingSnapshot& ring, uint32_t port) {
 
 // A sub-ring's end starts pending with its port open, and repeats R-APS(NR) as if it blocked.
 bool is_open_end(const RingSnapshot& ring) {
-  constexpr uint32_t kSubRingRole = 2;
   constexpr uint8_t kNrMessage = 0;
   return ring.ring_role == kSubRingRole && is(ring, RingState::kPending) && ring.sending &&
          ring.tx_request == kNrMessage && !ring.tx_rb && ring.ports[0].forwarding;
@@ -62,16 +67,25 @@ std::string in_milliseconds(int64_t time_us) {
 }  // namespace
 
 LoopJudge::LoopJudge(Simulation& simulation, const RingWatch& watch, const Bounds& bounds)
-    : topology_(simulation.topology()), watch_(watch), bounds_(bounds) {}
+    : topology_(simulation.topology()),
+      watch_(watch),
+      bounds_(bounds),
+      dead_(simulation.topology().nodes.size()) {}
 
 void LoopJudge::on_record(const Record& record) {
+  if (record.kind == RecordKind::kKilled || record.kind == RecordKind::kStopped) {
+    dead_[record.node] = true;
+  } else if (record.kind == RecordKind::kRunning || record.kind == RecordKind::kCrash) {
+    dead_[record.node] = false;
+  }
   if (record.kind != RecordKind::kCarrier || record.a != 1) {
     return;
   }
   const auto& rings = watch_.rings(record.node);
-  const bool was_left = std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
-    return failed_second(ring, record.port);
-  });
+  const bool was_left = dead_[record.node] ||
+                        std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
+                          return failed_second(ring, record.port);
+                        });
   for (LinkIndex link = 0; was_left && link < topology_.links.size(); ++link) {
     for (const LinkEnd& end : topology_.links[link].ends) {
       if (end == LinkEnd{record.node, record.port}) {
@@ -82,35 +96,85 @@ void LoopJudge::on_record(const Record& record) {
 }
 
 void LoopJudge::on_step(const Step& step) {
-  const bool starts = step.after != nullptr && step.after->enabled &&
-                      (step.before == nullptr || !step.before->enabled);
-  if (starts && is_open_end(*step.after)) {
-    hand_overs_.push_back({step.to_us, step.ring()});
-  }
-  if (step.cause != Step::Cause::kFrame || step.before == nullptr || step.after == nullptr ||
-      step.message.ring() != (step.before->ring & 0xFFU) ||
-      !opens_a_port(*step.before, *step.after)) {
-    return;
-  }
-  for (NodeIndex sender = 0; sender < topology_.nodes.size(); ++sender) {
-    const MacAddress& address = topology_.nodes[sender].address;
-    const RingSnapshot* ring = watch_.ring(sender, step.ring());
-    if ((uint32_t{address[4]} << 8U | address[5]) == step.message.node && ring != nullptr) {
-      on_sender(step, sender, *ring);
-    }
+  watch_opening(step);
+  // What closed the loop is told when its event is over.
+  if (open_ && *loop_.surprise == '\0') {
+    loop_.surprise = surprise_at(loop_.from_us);
   }
 }
 
-void LoopJudge::on_sender(const Step& step, NodeIndex sender, const RingSnapshot& ring) {
+void LoopJudge::watch_opening(const Step& step) {
+  if (step.after == nullptr) {
+    return;
+  }
+  const bool starts = step.after->enabled && (step.before == nullptr || !step.before->enabled);
+  const bool hears = step.cause == Step::Cause::kFrame && step.before != nullptr &&
+                     step.message.ring() == (step.before->ring & 0xFFU) &&
+                     opens_a_port(*step.before, *step.after);
+  const char* surprise = starts && is_open_end(*step.after) ? surprise::kOpenEnd
+                         : hears                            ? surprise_of(step)
+                                                            : "";
+  if (*surprise != '\0') {
+    openings_.push_back({step.from_us, step.to_us, step.ring(), surprise});
+  }
+}
+
+// Of a port that is opened on a message: whether its sender has a block as it says.
+const char* LoopJudge::surprise_of(const Step& step) const {
   const RingRequest request = request_of(step.message.request(), step.message.rb());
-  if (request == RingRequest::kRapsSf && repeats_an_old_failure(*step.before) &&
-      !has_failed_link(ring)) {
-    crossings_.push_back({step.to_us, step.ring(), step.node, sender});
+  for (NodeIndex sender = 0; sender < topology_.nodes.size(); ++sender) {
+    const MacAddress& address = topology_.nodes[sender].address;
+    if ((uint32_t{address[4]} << 8U | address[5]) != step.message.node) {
+      continue;
+    }
+    const RingSnapshot* ring = watch_.ring(sender, step.ring());
+    if (ring != nullptr && has_block(*ring)) {
+      return "";
+    }
+    const bool is_said =
+        ring != nullptr && ring->sending &&
+        request_of(ring->tx_request, ring->tx_rb) == request;
+    if (!is_said) {
+      return request == RingRequest::kRapsSf && repeats_an_old_failure(*step.before)
+                 ? surprise::kCrossedFailures
+                 : surprise::kOldMessage;
+    }
+    return is_open_end(*ring)                 ? surprise::kOpenEnd
+           : request == RingRequest::kRapsMs ? surprise_of_manual(sender, *ring)
+                                             : "";
   }
-  if (request == RingRequest::kRapsNr && is(*step.before, RingState::kPending) &&
-      is_open_end(ring)) {
-    hand_overs_.push_back({step.to_us, step.ring()});
+  return "";
+}
+
+const char* LoopJudge::surprise_of_manual(NodeIndex sender, const RingSnapshot& ring) const {
+  if (ring.ring_role == kSubRingRole) {
+    return counts_old_failure(sender, ring) ? surprise::kOldCount : "";
   }
+  return surprise::kManualCollision;
+}
+
+// Whether the watching node takes its major ring for cut on account of a failure that nobody tells
+// of any more.
+bool LoopJudge::counts_old_failure(NodeIndex node, const RingSnapshot& sub_ring) const {
+  const auto tells = [&](const MacAddress& id, uint32_t major) {
+    for (NodeIndex other = 0; other < topology_.nodes.size(); ++other) {
+      const RingSnapshot* at = watch_.ring(other, major);
+      if (at != nullptr && at->local_node_id == id) {
+        return at->sending && at->tx_request == kSfMessage;
+      }
+    }
+    return false;
+  };
+  for (const SubRingConfig& config : topology_.nodes[node].sub_rings) {
+    const RingSnapshot* major =
+        config.ring == sub_ring.ring ? watch_.ring(node, config.major_ring) : nullptr;
+    if (major != nullptr) {
+      return std::any_of(major->ports.begin(), major->ports.end(), [&](const PortSnapshot& port) {
+        return port.link_up && port.fail_count != 0 && !tells(port.rx_node_id, major->ring);
+      });
+    }
+  }
+  return false;
 }
 
 bool LoopJudge::is_open_all_around(uint32_t ring) const {
@@ -126,18 +190,6 @@ bool LoopJudge::is_open_all_around(uint32_t ring) const {
 }
 
 const char* LoopJudge::surprise_at(int64_t time_us) const {
-  // Who has opened says no more: what opens the other end was on its way before.
-  const auto opened_by = [&](const Crossing& last) {
-    return std::any_of(crossings_.begin(), crossings_.end(), [&](const Crossing& one) {
-      return one.node == last.sender && one.ring == last.ring && one.node != last.node &&
-             last.time_us - one.time_us <= bounds_.transit_us;
-    });
-  };
-  for (const Crossing& last : crossings_) {
-    if (last.time_us == time_us && opened_by(last)) {
-      return surprise::kCrossedFailures;
-    }
-  }
   const auto other_end_too = [&](const Return& last) {
     return std::any_of(returns_.begin(), returns_.end(), [&](const Return& one) {
       return one.link == last.link && one.node != last.node &&
@@ -149,11 +201,12 @@ const char* LoopJudge::surprise_at(int64_t time_us) const {
       return surprise::kSecondFailure;
     }
   }
-  const bool is_handed_over =
-      std::any_of(hand_overs_.begin(), hand_overs_.end(), [=, this](const HandOver& one) {
-        return one.time_us == time_us || is_open_all_around(one.ring);
-      });
-  return is_handed_over ? surprise::kOpenEnd : "";
+  for (auto last = openings_.rbegin(); last != openings_.rend(); ++last) {
+    if ((last->from_us <= time_us && time_us <= last->to_us) || is_open_all_around(last->ring)) {
+      return last->surprise;
+    }
+  }
+  return "";
 }
 
 void LoopJudge::on_forwarding(int64_t time_us, const Forwarding& forwarding) {
@@ -182,10 +235,9 @@ void LoopJudge::tell(const Loop& loop, FindingList& into) const {
 }
 
 void LoopJudge::forget_before(int64_t time_us) {
-  std::erase_if(crossings_, [=](const Crossing& one) { return one.time_us < time_us; });
   // What nobody has blocked since may close another loop.
-  std::erase_if(hand_overs_, [=, this](const HandOver& one) {
-    return one.time_us < time_us && !is_open_all_around(one.ring);
+  std::erase_if(openings_, [=, this](const Opening& one) {
+    return one.to_us < time_us && !is_open_all_around(one.ring);
   });
   std::erase_if(returns_, [=](const Return& one) { return one.time_us < time_us; });
 }

@@ -1,9 +1,8 @@
 // Tells forwarding loops, and which of them the protocol makes by itself.
 //
-// A loop is put down to the event that closed it, and to nothing else: two ends of a restored link
-// that open on each other's R-APS(SF), a link that comes back to two ports that were never blocked,
-// or a port that is handed over to a sub-ring's end that does not block. Any other loop is a
-// violation.
+// A loop is put down to the event that closed it, and to nothing else: a port that was opened on a
+// message which is not true, or no longer, or a link that comes back to ports that were never
+// blocked. Any other loop is a violation.
 #pragma once
 
 #include <string>
@@ -26,24 +25,18 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
   void collect(int64_t now_us, std::vector<Finding>& findings) override;
 
  private:
-  // An end of a restored link of a non-revertive ring opened on the R-APS(SF) of a node without a
-  // failure.
-  struct Crossing {
-    int64_t time_us = 0;
-    uint32_t ring = 0;
-    NodeIndex node = 0;
-    NodeIndex sender = 0;
-  };
-  // A carrier came back to a port that had failed second at its node, and forwards.
+  // A carrier came back to a port that forwards and nobody watches over.
   struct Return {
     int64_t time_us = 0;
     LinkIndex link = 0;
     NodeIndex node = 0;
   };
-  // A sub-ring's end started and blocks nothing, or a node opened on the R-APS(NR) of such an end.
-  struct HandOver {
-    int64_t time_us = 0;
+  // A port was opened, in an event of this time, that should have stayed blocked.
+  struct Opening {
+    int64_t from_us = 0;
+    int64_t to_us = 0;
     uint32_t ring = 0;
+    const char* surprise = "";
   };
   struct Loop {
     int64_t from_us = 0;
@@ -51,7 +44,10 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
     const char* surprise = "";
   };
 
-  void on_sender(const Step& step, NodeIndex sender, const RingSnapshot& ring);
+  void watch_opening(const Step& step);
+  const char* surprise_of(const Step& step) const;
+  const char* surprise_of_manual(NodeIndex sender, const RingSnapshot& ring) const;
+  bool counts_old_failure(NodeIndex node, const RingSnapshot& sub_ring) const;
   bool is_open_all_around(uint32_t ring) const;
   const char* surprise_at(int64_t time_us) const;
   void tell(const Loop& loop, FindingList& into) const;
@@ -60,9 +56,9 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
   const Topology& topology_;
   const RingWatch& watch_;
   const Bounds bounds_;
-  std::vector<Crossing> crossings_;
   std::vector<Return> returns_;
-  std::vector<HandOver> hand_overs_;
+  std::vector<Opening> openings_;
+  std::vector<bool> dead_;  // by node: powered, and its module is not there
   Loop loop_;
   bool open_ = false;
   FindingList findings_;

@@ -54,6 +54,10 @@ inline constexpr char kKnownSender[] = "message of a known sender flushes nothin
 // A node whose first ring port has failed neither blocks nor flushes the second one when it fails;
 // the second one forwards from the instant of its return.
 inline constexpr char kSecondFailure[] = "second failure at a node changes nothing";
+// It was on its way, or waited in a stalled node, for longer than the guard time of who hears it.
+inline constexpr char kOldMessage[] = "message heard when it is no longer true";
+// The watching node missed that a failure is over, and takes the next one for a cut on both sides.
+inline constexpr char kOldCount[] = "failure of the major ring counted when it is over";
 // Both ends of a restored link repeat R-APS(SF), and each opens on the other's.
 inline constexpr char kCrossedFailures[] = "R-APS(SF) of both ends of a restored link crossed";
 // An interconnection node that starts: its end of the sub-ring is open and repeats R-APS(NR), and
