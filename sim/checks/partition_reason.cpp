@@ -42,6 +42,12 @@ bool has_failed_link(const RingSnapshot& ring) {
                      [](const PortSnapshot& port) { return port.present && !port.link_up; });
 }
 
+bool has_block(const RingSnapshot& ring) {
+  return std::any_of(ring.ports.begin(), ring.ports.end(), [](const PortSnapshot& port) {
+    return port.present && port.link_up && !port.forwarding;
+  });
+}
+
 void offer(RingSnapshot& ring, RingRequest request) {
   RingModel model(ring);
   model.offer(request, {});
@@ -87,6 +93,43 @@ bool suppose_failures_seen(Supposition& suppose) {
       for (size_t end = 0; end < 2; ++end) {
         if (suppose.circumstances.carriers[2 * arc.link + end]) {
           suppose.hearing.fail(suppose.topology.links[arc.link].ends[end]);
+        }
+      }
+    }
+  }
+  return suppose.hearing.rings != before;
+}
+
+// A second failure ends the hold-off, and the first one is never told.
+bool suppose_first_failure_told(Supposition& suppose) {
+  const auto before = suppose.hearing.rings;
+  for (size_t i = 0; i < suppose.circumstances.carriers.size(); ++i) {
+    const LinkEnd& end = suppose.topology.links[i / 2].ends[i % 2];
+    const auto& rings = before[end.node];
+    const bool is_held_off =
+        std::any_of(rings.begin(), rings.end(),
+                    [](const RingSnapshot& ring) { return ring.holdoff_running; });
+    if (!suppose.circumstances.carriers[i] && !is_held_off &&
+        suppose.topology.nodes[end.node].holdoff_ms != 0) {
+      suppose.hearing.fail(end);
+    }
+  }
+  return suppose.hearing.rings != before;
+}
+
+// Whose last message the watching node knows already is not counted again.
+bool suppose_failures_counted(Supposition& suppose) {
+  const auto before = suppose.hearing.rings;
+  for (NodeIndex node = 0; node < before.size(); ++node) {
+    for (const SubRingConfig& config : suppose.topology.nodes[node].sub_rings) {
+      RingSnapshot* major = suppose.hearing.ring(node, config.major_ring);
+      for (size_t i = 0; config.interconnection_role == 1 && major != nullptr && i < 2; ++i) {
+        PortSnapshot& port = major->ports[i];
+        if (port.fail_count == 0 && suppose.any_ring([&](const RingSnapshot& ring) {
+              return ring.ring == major->ring && ring.local_node_id == port.rx_node_id &&
+                     sends(ring, kSfCode);
+            })) {
+          port.rx_node_id = {};
         }
       }
     }
@@ -201,12 +244,16 @@ bool suppose_no_forced_switch_stuck(Supposition& suppose) {
          });
 }
 
-// Who was forced does not tell its failure, then or later.
+// Who was forced does not tell its failure, then or later, and does not hear of its end.
+bool is_left(const RingSnapshot& ring) {
+  const bool is_untold = has_failed_link(ring) && !has_local(ring, RingRequest::kSf);
+  const bool is_unended = is(ring, RingState::kProtection) && ring.local_priority == 0 &&
+                          !ring.sending && has_block(ring);
+  return is(ring, RingState::kForced) || is_untold || is_unended;
+}
+
 bool suppose_no_forced_left(Supposition& suppose) {
-  return !suppose.any_ring(has_switch) && end_switch_where(suppose, [](const RingSnapshot& ring) {
-    const bool is_untold = has_failed_link(ring) && !is(ring, RingState::kProtection);
-    return is(ring, RingState::kForced) || is_untold;
-  });
+  return !suppose.any_ring(has_switch) && end_switch_where(suppose, is_left);
 }
 
 // Who is in manual beside a block that is not the switch's.
@@ -235,11 +282,11 @@ bool suppose_nr_heard(Supposition& suppose) {
         [=](const RingSnapshot& ring) { return ring.ring == id && sends(ring, code); });
   };
   return suppose.change_rings([&](RingSnapshot& ring) {
-    const bool is_left = (is(ring, RingState::kProtection) && !has_failed_link(ring) &&
+    const bool is_stale = (is(ring, RingState::kProtection) && !has_failed_link(ring) &&
                           !anybody_sends(ring.ring, kSfCode)) ||
                          (is(ring, RingState::kManual) && !anybody_sends(ring.ring, kMsCode)) ||
                          (is(ring, RingState::kForced) && !anybody_sends(ring.ring, kFsCode));
-    if (is_left && ring.local_priority == 0) {
+    if (is_stale && ring.local_priority == 0) {
       offer(ring, RingRequest::kRapsNr);
     }
   });
@@ -270,9 +317,11 @@ struct Surprise {
   bool (*suppose_not)(Supposition&);
 };
 
-constexpr std::array<Surprise, 12> kSurprises{{
+constexpr std::array<Surprise, 14> kSurprises{{
     {surprise::kNoModule, suppose_no_module_dead},
     {surprise::kSilentFailure, suppose_failures_seen},
+    {surprise::kHoldoffEnded, suppose_first_failure_told},
+    {surprise::kUncounted, suppose_failures_counted},
     {surprise::kEventRepeated, suppose_no_event_repeated},
     {surprise::kForcedSplit, suppose_no_forced_switch},
     {surprise::kForcedStuck, suppose_no_forced_switch_stuck},

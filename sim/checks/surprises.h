@@ -19,6 +19,10 @@ inline constexpr char kLost[] = "message lost on its way";
 // One direction of a link is dead and no carrier tells, at one end or at both: the ring between the
 // end that sees nothing and its next failure or block is not told.
 inline constexpr char kSilentFailure[] = "link failed one way unseen";
+// One hold-off a ring: another failure ends it, and the one that it was for is not told.
+inline constexpr char kHoldoffEnded[] = "first of two failures in a hold-off";
+// The watching node's count of a failure was cleared, and who tells of it is known already.
+inline constexpr char kUncounted[] = "failure of the major ring that is not counted";
 // The platform refused what the module asked of it.
 inline constexpr char kCallFailed[] = "platform call failed";
 // The module of a node is dead: its ports stay as they are, and it passes on no message.

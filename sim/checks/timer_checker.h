@@ -1,8 +1,9 @@
 // Checks that every protocol timer takes its time: WTR, WTB, guard and hold-off neither end early
 // nor are overdue, and what a node has to say is repeated every five seconds.
 //
-// The module looks at its timers once a second, so a timer is late by up to a tick; WTR counts
-// whole seconds from the second in which it starts, so it is early by up to one. What a node was
+// The module looks at its timers once a second, so a timer is late by up to a tick, and by one more
+// behind another one that is due later in the same second; WTR counts whole seconds from the second
+// in which it starts, so it is early by up to one. What a node was
 // measuring when its processor stood still, or its clock was set, is not judged.
 #pragma once
 
@@ -49,12 +50,15 @@ class TimerChecker final : public Checker, public Observer, public StepListener 
                        FindingList& into) const;
   void watch_sending(const Step& step, Timers& timers);
   void on_sent(const Record& record);
+  void on_timer(const Record& record);
+  void forget(NodeIndex node);
 
   const Topology& topology_;
   const RingWatch& watch_;
   const Mishaps& mishaps_;
   std::map<std::pair<NodeIndex, uint32_t>, Timers> timers_;  // by node and ring
   std::vector<int64_t> slowness_;                            // by node
+  std::vector<int64_t> late_until_us_;  // by node, what is sent was due while it stood still
   FindingList findings_;
 };
 
