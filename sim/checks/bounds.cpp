@@ -33,14 +33,15 @@ Bounds bounds_of(const Topology& topology, const Timing& timing, int64_t slownes
   }
   bounds.carrier_us = std::max(timing.carrier_down_us.high, timing.carrier_up_us.high);
   bounds.detection_us = bounds.carrier_us;
-  // A failure is told when its hold-off is over, and that is looked at once a tick.
+  // A failure is told when its hold-off is over, and that is looked at once a tick, or one later behind
+  // what is due in the same second.
   uint32_t holdoff_ms = 0;
   for (const NodePlan& node : topology.nodes) {
     holdoff_ms = std::max(holdoff_ms, node.holdoff_ms);
   }
   if (holdoff_ms != 0) {
     bounds.detection_us +=
-        int64_t{holdoff_ms} * kMillisecondUs + kTickUs + slowness * timing.tick_late_us.high;
+        int64_t{holdoff_ms} * kMillisecondUs + 2 * kTickUs + slowness * timing.tick_late_us.high;
   }
   const auto configuration = static_cast<int64_t>(requests);
   bounds.start_us = timing.boot_us.high + 2 * configuration * bounds.node_us;

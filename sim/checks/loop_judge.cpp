@@ -59,6 +59,12 @@ bool is_open_end(const RingSnapshot& ring) {
          ring.tx_request == kNrMessage && !ring.tx_rb && ring.ports[0].forwarding;
 }
 
+// The watching node's end of a sub-ring, as long as the major ring is cut on both sides.
+bool is_open_for_major_ring(const RingSnapshot& ring) {
+  return ring.ring_role == kSubRingRole && ring.ports[0].forwarding &&
+         ring.local_priority == static_cast<uint32_t>(RingRequest::kMs);
+}
+
 std::string in_milliseconds(int64_t time_us) {
   return std::to_string(time_us / kMillisecondUs) + "." +
          std::to_string(time_us % kMillisecondUs / 100) + " ms";
@@ -96,6 +102,12 @@ void LoopJudge::on_record(const Record& record) {
 }
 
 void LoopJudge::on_step(const Step& step) {
+  // What nobody has blocked since may close another loop.
+  if (step.after == nullptr || has_block(*step.after)) {
+    std::erase_if(openings_, [&](const Opening& one) {
+      return one.ring == step.ring() && one.to_us < step.from_us - kSecondUs;
+    });
+  }
   watch_opening(step);
   // What closed the loop is told when its event is over.
   if (open_ && *loop_.surprise == '\0') {
@@ -139,38 +151,21 @@ const char* LoopJudge::surprise_of(const Step& step) const {
                  ? surprise::kCrossedFailures
                  : surprise::kOldMessage;
     }
-    return is_open_end(*ring)                 ? surprise::kOpenEnd
-           : request == RingRequest::kRapsMs ? surprise_of_manual(sender, *ring)
-                                             : "";
+    return is_open_end(*ring)                                                    ? surprise::kOpenEnd
+           : request == RingRequest::kRapsMs && ring->ring_role != kSubRingRole ? surprise::kManualCollision
+                                                                                : "";
   }
   return "";
 }
 
-const char* LoopJudge::surprise_of_manual(NodeIndex sender, const RingSnapshot& ring) const {
-  if (ring.ring_role == kSubRingRole) {
-    return counts_old_failure(sender, ring) ? surprise::kOldCount : "";
-  }
-  return surprise::kManualCollision;
-}
-
-// Whether the watching node takes its major ring for cut on account of a failure that nobody tells
-// of any more.
-bool LoopJudge::counts_old_failure(NodeIndex node, const RingSnapshot& sub_ring) const {
-  const auto tells = [&](const MacAddress& id, uint32_t major) {
-    for (NodeIndex other = 0; other < topology_.nodes.size(); ++other) {
-      const RingSnapshot* at = watch_.ring(other, major);
-      if (at != nullptr && at->local_node_id == id) {
-        return at->sending && at->tx_request == kSfMessage;
-      }
-    }
-    return false;
-  };
+// Whether the watching node takes its major ring for cut on both sides.
+bool LoopJudge::takes_for_cut(NodeIndex node, const RingSnapshot& sub_ring) const {
   for (const SubRingConfig& config : topology_.nodes[node].sub_rings) {
     const RingSnapshot* major =
         config.ring == sub_ring.ring ? watch_.ring(node, config.major_ring) : nullptr;
     if (major != nullptr) {
-      return std::any_of(major->ports.begin(), major->ports.end(), [&](const PortSnapshot& port) {
-        return port.link_up && port.fail_count != 0 && !tells(port.rx_node_id, major->ring);
+      return std::all_of(major->ports.begin(), major->ports.end(), [](const PortSnapshot& port) {
+        return !port.link_up || port.fail_count != 0;
       });
     }
   }
@@ -206,6 +201,14 @@ const char* LoopJudge::surprise_at(int64_t time_us) const {
       return last->surprise;
     }
   }
+  for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
+    const auto& rings = watch_.rings(node);
+    if (std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
+          return is_open_for_major_ring(ring) && takes_for_cut(node, ring);
+        })) {
+      return surprise::kOldCount;
+    }
+  }
   return "";
 }
 
@@ -228,17 +231,15 @@ void LoopJudge::tell(const Loop& loop, FindingList& into) const {
   const bool is_too_long =
       (loop.surprise == surprise::kSecondFailure &&
        length_us > bounds_.carrier_us + 2 * bounds_.transit_us) ||
-      (loop.surprise == surprise::kOpenEnd && length_us > home_bound_us(topology_));
+      (loop.surprise == surprise::kOldCount && length_us > bounds_.repeat_us) ||
+      (loop.surprise == surprise::kOpenEnd && length_us > home_bound_us(topology_) &&
+       std::find(dead_.begin(), dead_.end(), true) == dead_.end());
   into.add({"loop", loop.from_us, loop.to_us, std::nullopt,
             "frames circulate for " + in_milliseconds(length_us),
             is_too_long ? "" : loop.surprise});
 }
 
 void LoopJudge::forget_before(int64_t time_us) {
-  // What nobody has blocked since may close another loop.
-  std::erase_if(openings_, [=, this](const Opening& one) {
-    return one.to_us < time_us && !is_open_all_around(one.ring);
-  });
   std::erase_if(returns_, [=](const Return& one) { return one.time_us < time_us; });
 }
 

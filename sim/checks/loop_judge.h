@@ -46,8 +46,7 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
 
   void watch_opening(const Step& step);
   const char* surprise_of(const Step& step) const;
-  const char* surprise_of_manual(NodeIndex sender, const RingSnapshot& ring) const;
-  bool counts_old_failure(NodeIndex node, const RingSnapshot& sub_ring) const;
+  bool takes_for_cut(NodeIndex node, const RingSnapshot& sub_ring) const;
   bool is_open_all_around(uint32_t ring) const;
   const char* surprise_at(int64_t time_us) const;
   void tell(const Loop& loop, FindingList& into) const;

@@ -28,7 +28,8 @@ bool same_circumstances(const Forwarding& one, const Forwarding& other) {
 PartitionJudge::PartitionJudge(Simulation& simulation, const RingWatch& watch, const Bounds& bounds,
                                Mishaps& mishaps)
     : simulation_(simulation), watch_(watch), bounds_(bounds), mishaps_(mishaps) {
-  last_.dead.resize(simulation.topology().nodes.size());
+  slowness_.resize(simulation.topology().nodes.size(), 1);
+  last_.dead.resize(slowness_.size());
   last_.rings.resize(last_.dead.size());
   last_.carriers.resize(2 * simulation.topology().links.size());
   last_.open.resize(last_.carriers.size());
@@ -54,6 +55,9 @@ void PartitionJudge::on_record(const Record& record) {
     case RecordKind::kCrash:
       set_carriers([&](const LinkEnd& end) { return end.node == record.node; }, false);
       last_.dead[record.node] = false;
+      break;
+    case RecordKind::kSlowed:
+      slowness_[record.node] = std::max<int64_t>(1, record.a);
       break;
     case RecordKind::kRunning:
       last_.dead[record.node] = false;
@@ -106,6 +110,8 @@ void PartitionJudge::note(int64_t time_us) {
     return;
   }
   noted_us_ = time_us;
+  waiting_.back().slowness = std::max(waiting_.back().slowness,
+                                      *std::max_element(slowness_.begin(), slowness_.end()));
   const auto& links = simulation_.topology().links;
   for (size_t i = 0; i < last_.open.size(); ++i) {
     last_.open[i] = simulation_.port_forwards(links[i / 2].ends[i % 2]);
@@ -149,20 +155,21 @@ void PartitionJudge::judge_old(int64_t now_us) {
 
 // A link or a node has failed or come back, or a node without its software is split off until that
 // runs.
-PartitionJudge::Cover PartitionJudge::cover_by_repair(int64_t time_us) const {
+PartitionJudge::Cover PartitionJudge::cover_by_repair(int64_t time_us,
+                                                     const Bounds& bounds) const {
   Cover cover{time_us, nullptr};
   for (const int64_t change_us : changes_us_) {
     if (change_us <= time_us) {
-      cover.until_us = std::max(cover.until_us, change_us + bounds_.repair_us);
+      cover.until_us = std::max(cover.until_us, change_us + bounds.repair_us);
     }
   }
   for (const int64_t start_us : starts_us_) {
-    if (start_us - bounds_.start_us <= time_us) {
-      cover.until_us = std::max(cover.until_us, start_us + bounds_.repair_us);
+    if (start_us - bounds.start_us <= time_us) {
+      cover.until_us = std::max(cover.until_us, start_us + bounds.repair_us);
     }
   }
   for (const Mishap& mishap : mishaps_.all()) {
-    const int64_t until_us = mishap.time_us + mishap.lasts_us + bounds_.repair_us;
+    const int64_t until_us = mishap.time_us + mishap.lasts_us + bounds.repair_us;
     if (mishap.surprise == surprise::kStalled && mishap.time_us <= time_us &&
         until_us > cover.until_us) {
       cover = {until_us, mishap.surprise};
@@ -185,7 +192,11 @@ PartitionJudge::Cover PartitionJudge::cover_by_mishap(int64_t time_us,
 }
 
 void PartitionJudge::judge(const Partition& partition, FindingList& into) const {
-  int64_t covered_us = partition.from_us + bounds_.repair_us;
+  const Bounds bounds =
+      partition.slowness == 1
+          ? bounds_
+          : bounds_of(simulation_.topology(), simulation_.timing(), partition.slowness);
+  int64_t covered_us = partition.from_us + bounds.repair_us;
   std::set<std::string> names;
   const auto& stretches = partition.stretches;
   const auto take = [&](const Cover& cover, int64_t most_us) {
@@ -200,7 +211,7 @@ void PartitionJudge::judge(const Partition& partition, FindingList& into) const 
     return true;
   };
   while (covered_us < partition.to_us) {
-    if (take(cover_by_repair(covered_us), partition.to_us)) {
+    if (take(cover_by_repair(covered_us, bounds), partition.to_us)) {
       continue;
     }
     auto next = std::find_if(stretches.begin(), stretches.end(), [&](const Stretch& stretch) {
@@ -211,7 +222,7 @@ void PartitionJudge::judge(const Partition& partition, FindingList& into) const 
     }
     // Where the reason is gone, its end is told on.
     const int64_t most_us =
-        (next == stretches.end() ? partition.to_us : next->from_us) + bounds_.repair_us;
+        (next == stretches.end() ? partition.to_us : next->from_us) + bounds.repair_us;
     const PartitionReason& reason = std::prev(next)->reason;
     bool goes_on = false;
     for (const char* surprise : reason.surprises) {
@@ -236,7 +247,7 @@ void PartitionJudge::judge(const Partition& partition, FindingList& into) const 
   into.add(
       {"partition", partition.from_us, partition.to_us, std::nullopt,
        "split for " + in_milliseconds(partition.length_us()) + ", " +
-           in_milliseconds(bounds_.repair_us) + " are allowed" +
+           in_milliseconds(bounds.repair_us) + " are allowed" +
            (explained ? "" : "; explained until " + std::to_string(covered_us) + " us: " + all),
        explained ? all : ""});
 }

@@ -36,6 +36,7 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
   };
   struct Partition : Spell {
     std::vector<Stretch> stretches;  // the first begins when it has lasted too long
+    int64_t slowness = 1;            // the most of any node
   };
   // How far an explanation goes, and its name if it is a surprise.
   struct Cover {
@@ -45,7 +46,7 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
 
   void note(int64_t time_us);
   void find_reason(int64_t time_us);
-  Cover cover_by_repair(int64_t time_us) const;
+  Cover cover_by_repair(int64_t time_us, const Bounds& bounds) const;
   Cover cover_by_mishap(int64_t time_us, const std::set<NodeIndex>& concerned) const;
   void judge(const Partition& partition, FindingList& into) const;
   void judge_old(int64_t now_us);
@@ -54,6 +55,7 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
   const RingWatch& watch_;
   const Bounds bounds_;
   Mishaps& mishaps_;
+  std::vector<int64_t> slowness_;  // by node
   Circumstances last_;  // at the last change
   int64_t noted_us_ = 0;  // when that was
   bool is_asked_ = false;  // for the reason in these circumstances

@@ -117,6 +117,25 @@ bool suppose_first_failure_told(Supposition& suppose) {
   return suppose.hearing.rings != before;
 }
 
+// What a hold-off has told of a link that is back is taken back.
+bool suppose_returns_told(Supposition& suppose) {
+  bool changed = false;
+  for (size_t i = 0; i < suppose.circumstances.carriers.size(); ++i) {
+    const LinkEnd& end = suppose.topology.links[i / 2].ends[i % 2];
+    for (RingSnapshot& ring : suppose.hearing.rings[end.node]) {
+      for (PortSnapshot& port : ring.ports) {
+        if (suppose.circumstances.carriers[i] && port.present && port.port == end.port &&
+            !port.link_up && suppose.topology.nodes[end.node].holdoff_ms != 0) {
+          port.link_up = changed = true;
+          offer(ring, RingRequest::kClearSf);
+          break;
+        }
+      }
+    }
+  }
+  return changed;
+}
+
 // Whose last message the watching node knows already is not counted again.
 bool suppose_failures_counted(Supposition& suppose) {
   const auto before = suppose.hearing.rings;
@@ -202,6 +221,15 @@ bool suppose_no_event_repeated(Supposition& suppose) {
 
 // As a clear would that comes to everybody, who then tells what has failed.
 void end_switch(RingSnapshot& ring) {
+  constexpr uint32_t kSubRingRole = 2;
+  if (ring.ring_role == kSubRingRole && has_local(ring, RingRequest::kMs)) {
+    // It was open for its major ring before.
+    enter(ring, RingState::kManual);
+    ring.sending = ring.ports[0].forwarding = true;
+    ring.tx_request = kMsCode;
+    ring.tx_rb = false;
+    return;
+  }
   ring.local_priority =
       static_cast<uint32_t>(is_owner(ring) ? RingRequest::kWtb : RingRequest::kNothing);
   enter(ring, RingState::kPending);
@@ -268,10 +296,8 @@ bool suppose_no_manual_switch(Supposition& suppose) {
 
 // A manual switch beside a state that it did not make.
 bool suppose_no_manual_outlives(Supposition& suppose) {
-  return suppose.change_rings([](RingSnapshot& ring) {
-    if (has_local(ring, RingRequest::kMs) && !is(ring, RingState::kManual)) {
-      ring.local_priority = 0;
-    }
+  return end_switch_where(suppose, [](const RingSnapshot& ring) {
+    return has_local(ring, RingRequest::kMs) && !is(ring, RingState::kManual);
   });
 }
 
@@ -317,7 +343,9 @@ struct Surprise {
   bool (*suppose_not)(Supposition&);
 };
 
-constexpr std::array<Surprise, 14> kSurprises{{
+// In the order in which they are supposed away together.
+constexpr std::array<Surprise, 15> kSurprises{{
+    {surprise::kHoldoffLate, suppose_returns_told},
     {surprise::kNoModule, suppose_no_module_dead},
     {surprise::kSilentFailure, suppose_failures_seen},
     {surprise::kHoldoffEnded, suppose_first_failure_told},

@@ -35,6 +35,16 @@ bool agrees(const RingSnapshot& expected, const RingSnapshot& seen) {
          same_message && (expected.sending || !seen.sending);
 }
 
+// Whether the failure of a link makes the one of the other.
+bool is_failure(const RingSnapshot& before, const RingSnapshot& after) {
+  return std::any_of(before.ports.begin(), before.ports.end(), [&](const PortSnapshot& port) {
+    RingModel model(before);
+    set_link(model.now, port.port, false);
+    model.offer(RingRequest::kSf, {});
+    return agrees(model.now, after);
+  });
+}
+
 std::string text_of(const RingSnapshot& ring) {
   std::string text = std::string(state_name(ring.state)) + ", local request " +
                      std::to_string(ring.local_priority);
@@ -98,6 +108,10 @@ void StateChecker::on_step(const Step& step) {
   if (allowed) {
     return;
   }
+  // The expiry of a hold-off was under way when the return of the link ended that.
+  const bool is_late = step.cause == Step::Cause::kTimer && step.before != nullptr &&
+                       !step.before->holdoff_running &&
+                       topology_.nodes[step.node].holdoff_ms != 0 && is_failure(*step.before, after);
   const bool is_refused = mishaps_ != nullptr && mishaps_->call_failed(step.node, step.from_us);
   const std::string was = step.before != nullptr ? text_of(*step.before) : "not there";
   std::string expected;
@@ -107,7 +121,9 @@ void StateChecker::on_step(const Step& step) {
   findings_.add({"state", step.from_us, step.to_us, step.node,
                  "ring " + std::to_string(step.ring()) + " was " + was + "; after " +
                      text_of_cause(step) + " it is " + text_of(after) + "; expected: " + expected,
-                 is_refused ? surprise::kCallFailed : ""});
+                 is_late      ? surprise::kHoldoffLate
+                 : is_refused ? surprise::kCallFailed
+                              : ""});
 }
 
 void StateChecker::offer(const RingSnapshot& ring, RingRequest request,

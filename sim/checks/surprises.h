@@ -21,6 +21,8 @@ inline constexpr char kLost[] = "message lost on its way";
 inline constexpr char kSilentFailure[] = "link failed one way unseen";
 // One hold-off a ring: another failure ends it, and the one that it was for is not told.
 inline constexpr char kHoldoffEnded[] = "first of two failures in a hold-off";
+// The expiry is under way already when the link comes back: the link is taken for down.
+inline constexpr char kHoldoffLate[] = "hold-off that is over when the link comes back";
 // The watching node's count of a failure was cleared, and who tells of it is known already.
 inline constexpr char kUncounted[] = "failure of the major ring that is not counted";
 // The platform refused what the module asked of it.
@@ -60,7 +62,8 @@ inline constexpr char kKnownSender[] = "message of a known sender flushes nothin
 inline constexpr char kSecondFailure[] = "second failure at a node changes nothing";
 // It was on its way, or waited in a stalled node, for longer than the guard time of who hears it.
 inline constexpr char kOldMessage[] = "message heard when it is no longer true";
-// The watching node missed that a failure is over, and takes the next one for a cut on both sides.
+// The watching node has yet to hear that a failure is over, and its end of the sub-ring stays open,
+// or takes the next failure for a cut on both sides.
 inline constexpr char kOldCount[] = "failure of the major ring counted when it is over";
 // Both ends of a restored link repeat R-APS(SF), and each opens on the other's.
 inline constexpr char kCrossedFailures[] = "R-APS(SF) of both ends of a restored link crossed";
