@@ -69,25 +69,6 @@ std::optional<std::string> why_not_home(Simulation& simulation) {
   return std::nullopt;
 }
 
-std::map<uint32_t, std::set<NodeIndex>> nodes_not_home(Simulation& simulation) {
-  std::map<uint32_t, std::set<NodeIndex>> missing;
-  for (NodeIndex node = 0; node < simulation.topology().nodes.size(); ++node) {
-    const auto rings = simulation.records(node).rings();
-    for (const RingAtNode& at : rings_of(simulation.topology().nodes[node])) {
-      const bool ports_are = std::all_of(at.ports.begin(), at.ports.end(), [&](uint32_t port) {
-        return simulation.port_forwards({node, port}) == (at.rpl_ports.count(port) == 0);
-      });
-      const bool is_idle = std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
-        return ring.ring == at.ring && ring.state == kIdle;
-      });
-      if (!ports_are || !is_idle || !simulation.configured(node)) {
-        missing[at.ring].insert(node);
-      }
-    }
-  }
-  return missing;
-}
-
 std::optional<std::string> run_until_home(Simulation& simulation, int64_t bound_us) {
   const int64_t deadline_us = simulation.now_us() + bound_us;
   for (;;) {

@@ -3,9 +3,7 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "sim/simulation.h"
@@ -14,9 +12,6 @@ namespace erps::sim {
 
 // Why the network is not at home, or nothing when it is. Asks every node, so some time passes.
 std::optional<std::string> why_not_home(Simulation& simulation);
-
-// The nodes where a ring is not at home, by ring: straight from the modules, in no time.
-std::map<uint32_t, std::set<NodeIndex>> nodes_not_home(Simulation& simulation);
 
 // Runs until the network is at home, asking every 100 ms, or until the bound is over: then the last
 // reason.

@@ -11,7 +11,6 @@
 #include "sim/checks/partition_judge.h"
 #include "sim/checks/relay_checker.h"
 #include "sim/checks/state_checker.h"
-#include "sim/checks/stuck_rings.h"
 #include "sim/checks/timer_checker.h"
 
 namespace erps::sim {
@@ -30,7 +29,6 @@ struct Inspection::Checkers {
       : bounds(bounds_of(simulation.topology(), simulation.timing())),
         watch(simulation),
         mishaps(simulation, watch, bounds.repeat_us),
-        stuck(simulation),
         states(simulation.topology(), &mishaps),
         frames(simulation.topology()),
         timers(simulation.topology(), watch, mishaps),
@@ -40,7 +38,6 @@ struct Inspection::Checkers {
         partitions(simulation, watch, bounds, mishaps),
         loops(simulation, watch, bounds) {
     watch.add(mishaps);
-    watch.add(stuck);
     watch.add(states);
     watch.add(timers);
     watch.add(addresses);
@@ -55,7 +52,6 @@ struct Inspection::Checkers {
   const Bounds bounds;
   RingWatch watch;
   Mishaps mishaps;
-  StuckRings stuck;
   StateChecker states;
   FrameChecker frames;
   TimerChecker timers;
@@ -68,7 +64,7 @@ struct Inspection::Checkers {
 
   // In the order in which they observe: the watch tells the others.
   std::vector<Observer*> observers() {
-    return {&watch,     &mishaps, &stuck,  &frames,     &timers,
+    return {&watch,     &mishaps, &frames, &timers,
             &addresses, &flushes, &relays, &partitions, &loops};
   }
   std::vector<Checker*> all() {
@@ -114,13 +110,9 @@ void Inspection::expect_home() {
   if (reason) {
     names.clear();
     finding.text = *reason;
-    for (const auto& [ring, nodes] : nodes_not_home(simulation_)) {
-      const auto reasons = checkers_->stuck.explain(ring, nodes);
-      if (reasons.empty()) {
-        names.clear();
-        break;
-      }
-      names.insert(reasons.begin(), reasons.end());
+    for (const char* name :
+         why_never_home(simulation_.topology(), checkers_->partitions.circumstances())) {
+      names.insert(name);
     }
   } else {
     finding.text = "at home only after " + in_milliseconds(finding.to_us - from_us) + ", " +

@@ -110,8 +110,8 @@ void LoopJudge::on_step(const Step& step) {
   }
   watch_opening(step);
   // What closed the loop is told when its event is over.
-  if (open_ && *loop_.surprise == '\0') {
-    loop_.surprise = surprise_at(loop_.from_us);
+  if (open_ && *loop_.cause.surprise == '\0') {
+    loop_.cause = cause_at(loop_.from_us);
   }
 }
 
@@ -158,18 +158,39 @@ const char* LoopJudge::surprise_of(const Step& step) const {
   return "";
 }
 
-// Whether the watching node takes its major ring for cut on both sides.
-bool LoopJudge::takes_for_cut(NodeIndex node, const RingSnapshot& sub_ring) const {
-  for (const SubRingConfig& config : topology_.nodes[node].sub_rings) {
-    const RingSnapshot* major =
-        config.ring == sub_ring.ring ? watch_.ring(node, config.major_ring) : nullptr;
-    if (major != nullptr) {
-      return std::all_of(major->ports.begin(), major->ports.end(), [](const PortSnapshot& port) {
-        return !port.link_up || port.fail_count != 0;
-      });
+bool LoopJudge::tells_of_failure(const MacAddress& id, uint32_t ring) const {
+  for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
+    const RingSnapshot* at = watch_.ring(node, ring);
+    if (at != nullptr && at->local_node_id == id) {
+      return at->sending && at->tx_request == kSfMessage;
     }
   }
   return false;
+}
+
+// The watching node took its major ring for cut on both sides. What it was told last may be over;
+// what is told still, it hears the end of.
+LoopJudge::Cause LoopJudge::cause_by_count(NodeIndex node, const RingSnapshot& sub_ring) const {
+  for (const SubRingConfig& config : topology_.nodes[node].sub_rings) {
+    const RingSnapshot* major =
+        config.ring == sub_ring.ring ? watch_.ring(node, config.major_ring) : nullptr;
+    if (major == nullptr) {
+      continue;
+    }
+    const bool is_cut =
+        std::all_of(major->ports.begin(), major->ports.end(), [](const PortSnapshot& port) {
+          return !port.link_up || port.fail_count != 0;
+        });
+    if (!is_cut) {
+      return {surprise::kOldCount, bounds_.transit_us};  // it is about to close
+    }
+    const bool is_old =
+        std::any_of(major->ports.begin(), major->ports.end(), [&](const PortSnapshot& port) {
+          return port.link_up && !tells_of_failure(port.rx_node_id, major->ring);
+        });
+    return is_old ? Cause{surprise::kOldCount} : Cause{surprise::kOldCount, bounds_.repeat_us};
+  }
+  return {};
 }
 
 bool LoopJudge::is_open_all_around(uint32_t ring) const {
@@ -184,7 +205,7 @@ bool LoopJudge::is_open_all_around(uint32_t ring) const {
   return is_open;
 }
 
-const char* LoopJudge::surprise_at(int64_t time_us) const {
+LoopJudge::Cause LoopJudge::cause_at(int64_t time_us) const {
   const auto other_end_too = [&](const Return& last) {
     return std::any_of(returns_.begin(), returns_.end(), [&](const Return& one) {
       return one.link == last.link && one.node != last.node &&
@@ -193,29 +214,33 @@ const char* LoopJudge::surprise_at(int64_t time_us) const {
   };
   for (const Return& last : returns_) {
     if (last.time_us == time_us && other_end_too(last)) {
-      return surprise::kSecondFailure;
+      return {surprise::kSecondFailure, bounds_.carrier_us + 2 * bounds_.transit_us};
     }
   }
   for (auto last = openings_.rbegin(); last != openings_.rend(); ++last) {
     if ((last->from_us <= time_us && time_us <= last->to_us) || is_open_all_around(last->ring)) {
-      return last->surprise;
+      const bool is_bounded = last->surprise == surprise::kOpenEnd &&
+                              std::find(dead_.begin(), dead_.end(), true) == dead_.end();
+      return is_bounded ? Cause{last->surprise, home_bound_us(topology_)} : Cause{last->surprise};
     }
   }
   for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
     const auto& rings = watch_.rings(node);
-    if (std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
-          return is_open_for_major_ring(ring) && takes_for_cut(node, ring);
-        })) {
-      return surprise::kOldCount;
+    for (const RingSnapshot& ring : rings) {
+      if (is_open_for_major_ring(ring)) {
+        if (const Cause cause = cause_by_count(node, ring); *cause.surprise != '\0') {
+          return cause;
+        }
+      }
     }
   }
-  return "";
+  return {};
 }
 
 void LoopJudge::on_forwarding(int64_t time_us, const Forwarding& forwarding) {
   const bool loops = has_loop(forwarding);
   if (loops && !open_) {
-    loop_ = {time_us, time_us, surprise_at(time_us)};
+    loop_ = {time_us, time_us, cause_at(time_us)};
   } else if (!loops && open_) {
     loop_.to_us = time_us;
     tell(loop_, findings_);
@@ -228,15 +253,9 @@ void LoopJudge::on_forwarding(int64_t time_us, const Forwarding& forwarding) {
 // crossed messages leave nobody to do so.
 void LoopJudge::tell(const Loop& loop, FindingList& into) const {
   const int64_t length_us = loop.to_us - loop.from_us;
-  const bool is_too_long =
-      (loop.surprise == surprise::kSecondFailure &&
-       length_us > bounds_.carrier_us + 2 * bounds_.transit_us) ||
-      (loop.surprise == surprise::kOldCount && length_us > bounds_.repeat_us) ||
-      (loop.surprise == surprise::kOpenEnd && length_us > home_bound_us(topology_) &&
-       std::find(dead_.begin(), dead_.end(), true) == dead_.end());
   into.add({"loop", loop.from_us, loop.to_us, std::nullopt,
             "frames circulate for " + in_milliseconds(length_us),
-            is_too_long ? "" : loop.surprise});
+            length_us > loop.cause.most_us ? "" : loop.cause.surprise});
 }
 
 void LoopJudge::forget_before(int64_t time_us) {
@@ -246,7 +265,7 @@ void LoopJudge::forget_before(int64_t time_us) {
 void LoopJudge::collect(int64_t now_us, std::vector<Finding>& findings) {
   FindingList late = findings_;
   if (open_) {
-    tell({loop_.from_us, now_us, loop_.surprise}, late);
+    tell({loop_.from_us, now_us, loop_.cause}, late);
   }
   late.append_to(findings);
 }

@@ -5,6 +5,7 @@
 // blocked. Any other loop is a violation.
 #pragma once
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -38,17 +39,23 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
     uint32_t ring = 0;
     const char* surprise = "";
   };
+  // Why a loop is there, and how long it lasts at most on that account.
+  struct Cause {
+    const char* surprise = "";
+    int64_t most_us = std::numeric_limits<int64_t>::max();
+  };
   struct Loop {
     int64_t from_us = 0;
     int64_t to_us = 0;
-    const char* surprise = "";
+    Cause cause;
   };
 
   void watch_opening(const Step& step);
   const char* surprise_of(const Step& step) const;
-  bool takes_for_cut(NodeIndex node, const RingSnapshot& sub_ring) const;
+  Cause cause_by_count(NodeIndex node, const RingSnapshot& sub_ring) const;
+  bool tells_of_failure(const MacAddress& id, uint32_t ring) const;
   bool is_open_all_around(uint32_t ring) const;
-  const char* surprise_at(int64_t time_us) const;
+  Cause cause_at(int64_t time_us) const;
   void tell(const Loop& loop, FindingList& into) const;
   void forget_before(int64_t time_us);
 

@@ -261,9 +261,10 @@ void Mishaps::add_who_has_to_hear_twice(const Step& step) {
   const auto add_here = [&](const char* surprise, int64_t lasts_us) {
     mishaps_.push_back({step.from_us, surprise, step.node, lasts_us});
   };
-  if (step.cause == Step::Cause::kLink && step.up && after.state == kManual &&
-      after.local_priority == 0 && has_block(after)) {
-    add_here(surprise::kHeardTwice, 2 * repeat_us_);
+  // What was heard while its link was down did not open the port, and nobody is told of the return.
+  if (step.cause == Step::Cause::kLink && step.up && after.local_priority == 0 && !after.sending &&
+      has_block(after)) {
+    add_here(surprise::kHeardTwice, (after.state == kManual ? 2 : 1) * repeat_us_);
   }
   if (step.cause != Step::Cause::kFrame || (after.ring & 0xFFU) != step.message.ring() ||
       before.state == after.state || !matters(after, step.message)) {

@@ -112,6 +112,15 @@ void PartitionJudge::note(int64_t time_us) {
   noted_us_ = time_us;
   waiting_.back().slowness = std::max(waiting_.back().slowness,
                                       *std::max_element(slowness_.begin(), slowness_.end()));
+  look();
+}
+
+const Circumstances& PartitionJudge::circumstances() {
+  look();
+  return last_;
+}
+
+void PartitionJudge::look() {
   const auto& links = simulation_.topology().links;
   for (size_t i = 0; i < last_.open.size(); ++i) {
     last_.open[i] = simulation_.port_forwards(links[i / 2].ends[i % 2]);

@@ -26,6 +26,9 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
   void on_step(const Step& step) override;
   void on_event_done(int64_t time_us, NodeIndex node) override;
   void on_forwarding(int64_t time_us, const Forwarding& forwarding) override;
+
+  const Circumstances& circumstances();
+
   void collect(int64_t now_us, std::vector<Finding>& findings) override;
 
  private:
@@ -45,6 +48,7 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
   };
 
   void note(int64_t time_us);
+  void look();
   void find_reason(int64_t time_us);
   Cover cover_by_repair(int64_t time_us, const Bounds& bounds) const;
   Cover cover_by_mishap(int64_t time_us, const std::set<NodeIndex>& concerned) const;

@@ -222,7 +222,8 @@ bool suppose_no_event_repeated(Supposition& suppose) {
 // As a clear would that comes to everybody, who then tells what has failed.
 void end_switch(RingSnapshot& ring) {
   constexpr uint32_t kSubRingRole = 2;
-  if (ring.ring_role == kSubRingRole && has_local(ring, RingRequest::kMs)) {
+  if (ring.ring_role == kSubRingRole && is(ring, RingState::kForced) &&
+      has_local(ring, RingRequest::kMs)) {
     // It was open for its major ring before.
     enter(ring, RingState::kManual);
     ring.sending = ring.ports[0].forwarding = true;
@@ -275,8 +276,9 @@ bool suppose_no_forced_switch_stuck(Supposition& suppose) {
 // Who was forced does not tell its failure, then or later, and does not hear of its end.
 bool is_left(const RingSnapshot& ring) {
   const bool is_untold = has_failed_link(ring) && !has_local(ring, RingRequest::kSf);
-  const bool is_unended = is(ring, RingState::kProtection) && ring.local_priority == 0 &&
-                          !ring.sending && has_block(ring);
+  const bool is_unended =
+      (is(ring, RingState::kProtection) || is(ring, RingState::kPending)) &&
+      ring.local_priority == 0 && !ring.sending && has_block(ring);
   return is(ring, RingState::kForced) || is_untold || is_unended;
 }
 
@@ -328,6 +330,17 @@ bool suppose_owner_waits(Supposition& suppose) {
   });
 }
 
+bool suppose_revertive(Supposition& suppose) {
+  return suppose.change_rings([](RingSnapshot& ring) {
+    if (!ring.revertive) {
+      ring.revertive = true;
+      if (is_owner(ring) && is(ring, RingState::kPending) && ring.local_priority == 0) {
+        offer(ring, RingRequest::kWtrExpires);
+      }
+    }
+  });
+}
+
 bool suppose_nobody_waits(Supposition& suppose) {
   suppose.nobody_waits = true;
   return true;
@@ -344,7 +357,7 @@ struct Surprise {
 };
 
 // In the order in which they are supposed away together.
-constexpr std::array<Surprise, 15> kSurprises{{
+constexpr std::array<Surprise, 16> kSurprises{{
     {surprise::kHoldoffLate, suppose_returns_told},
     {surprise::kNoModule, suppose_no_module_dead},
     {surprise::kSilentFailure, suppose_failures_seen},
@@ -357,15 +370,18 @@ constexpr std::array<Surprise, 15> kSurprises{{
     {surprise::kManualSplit, suppose_no_manual_switch},
     {surprise::kManualOutlives, suppose_no_manual_outlives},
     {surprise::kNoNr, suppose_nr_heard},
+    {surprise::kNonRevertive, suppose_revertive},
     {surprise::kNobodyWaits, suppose_owner_waits},
     {surprise::kOutranked, suppose_nobody_waits},
     {surprise::kCallFailed, suppose_switches_obey},
 }};
 
+enum class Goal { kNoPartition, kHome };
+
 class Inquiry {
  public:
-  Inquiry(const Topology& topology, const Circumstances& circumstances)
-      : topology_(topology), circumstances_(circumstances) {
+  Inquiry(const Topology& topology, const Circumstances& circumstances, Goal goal)
+      : topology_(topology), circumstances_(circumstances), goal_(goal) {
     for (const Arc& arc : circumstances.forwarding.arcs) {
       strands_.push_back(arc.works);
     }
@@ -423,7 +439,28 @@ class Inquiry {
   }
 
   bool ends(Supposition& suppose) const {
-    suppose.nobody_waits ? suppose.hearing.settle_without_waiting() : suppose.hearing.settle();
+    if (suppose.nobody_waits || goal_ == Goal::kHome) {
+      suppose.hearing.settle_without_waiting();
+    } else {
+      suppose.hearing.settle();
+    }
+    return goal_ == Goal::kHome ? is_home(suppose) : !is_split(suppose);
+  }
+
+  static bool is_home(const Supposition& suppose) {
+    return !suppose.any_ring([](const RingSnapshot& ring) {
+      constexpr uint32_t kAtRpl = 3;
+      constexpr uint32_t kSubRingRole = 2;
+      return !is(ring, RingState::kIdle) ||
+             std::any_of(ring.ports.begin(), ring.ports.end(), [&](const PortSnapshot& port) {
+               const bool is_rpl =
+                   (ring.node_role & kAtRpl) != 0 && (port.rpl || ring.ring_role == kSubRingRole);
+               return port.present && port.forwarding == is_rpl;
+             });
+    });
+  }
+
+  bool is_split(const Supposition& suppose) const {
     Forwarding then = circumstances_.forwarding;
     for (size_t i = 0; i < then.arcs.size(); i += 2) {
       std::array<bool, 2> opens{};
@@ -436,7 +473,7 @@ class Inquiry {
         then.arcs[arc].forwards = then.arcs[arc].works && opens[0] && opens[1];
       }
     }
-    return !has_partition(then);
+    return has_partition(then);
   }
 
   static const PortSnapshot* port_of(const std::vector<RingSnapshot>& rings, uint32_t port) {
@@ -462,13 +499,19 @@ class Inquiry {
 
   const Topology& topology_;
   const Circumstances& circumstances_;
+  const Goal goal_;
   std::vector<bool> strands_;
 };
 
 }  // namespace
 
 PartitionReason reason_of(const Topology& topology, const Circumstances& circumstances) {
-  return Inquiry(topology, circumstances).answer();
+  return Inquiry(topology, circumstances, Goal::kNoPartition).answer();
+}
+
+std::vector<const char*> why_never_home(const Topology& topology,
+                                        const Circumstances& circumstances) {
+  return Inquiry(topology, circumstances, Goal::kHome).answer().surprises;
 }
 
 }  // namespace erps::sim

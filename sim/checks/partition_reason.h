@@ -30,6 +30,11 @@ struct Circumstances {
   Hearing::Rings rings;        // none where no module runs
 };
 
+// The surprises that keep a network from coming home by itself, which has been left alone for long;
+// none when nothing explains it.
+std::vector<const char*> why_never_home(const Topology& topology,
+                                        const Circumstances& circumstances);
+
 PartitionReason reason_of(const Topology& topology, const Circumstances& circumstances);
 
 }  // namespace erps::sim

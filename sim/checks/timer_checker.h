@@ -1,8 +1,8 @@
 // Checks that every protocol timer takes its time: WTR, WTB, guard and hold-off neither end early
 // nor are overdue, and what a node has to say is repeated every five seconds.
 //
-// The module looks at its timers once a second, so a timer is late by up to a tick, and by one more
-// behind another one that is due later in the same second; WTR counts whole seconds from the second
+// The module looks at its timers once a second, so a timer is late by up to a tick, and by more
+// behind another one in the list that is due later; WTR counts whole seconds from the second
 // in which it starts, so it is early by up to one. What a node was
 // measuring when its processor stood still, or its clock was set, is not judged.
 #pragma once
