@@ -231,6 +231,9 @@ void end_switch(RingSnapshot& ring) {
     ring.tx_rb = false;
     return;
   }
+  if (ring.ring_role == kSubRingRole && has_local(ring, RingRequest::kMs)) {
+    ring.notify_state = 1;  // its major ring was cut, and may be again
+  }
   ring.local_priority =
       static_cast<uint32_t>(is_owner(ring) ? RingRequest::kWtb : RingRequest::kNothing);
   enter(ring, RingState::kPending);
