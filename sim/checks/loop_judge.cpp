@@ -119,6 +119,15 @@ void LoopJudge::watch_opening(const Step& step) {
   if (step.after == nullptr) {
     return;
   }
+  // Whose own reason to block is over has a guard time against what was said before.
+  constexpr uint8_t kNrMessage = 0;
+  if ((step.cause == Step::Cause::kLink || step.cause == Step::Cause::kCommand) &&
+      step.before != nullptr && !is(*step.before, RingState::kPending) &&
+      is(*step.after, RingState::kPending) && step.after->sending &&
+      step.after->tx_request == kNrMessage) {
+    guarded_until_us_[{step.node, step.ring()}] =
+        step.from_us + int64_t{topology_.nodes[step.node].guard_ms} * kMillisecondUs;
+  }
   const bool starts = step.after->enabled && (step.before == nullptr || !step.before->enabled);
   const bool hears = step.cause == Step::Cause::kFrame && step.before != nullptr &&
                      step.message.ring() == (step.before->ring & 0xFFU) &&
@@ -146,6 +155,10 @@ const char* LoopJudge::surprise_of(const Step& step) const {
     const bool is_said =
         ring != nullptr && ring->sending &&
         request_of(ring->tx_request, ring->tx_rb) == request;
+    const auto guard = guarded_until_us_.find({step.node, step.ring()});
+    if (guard != guarded_until_us_.end() && step.from_us < guard->second) {
+      return "";
+    }
     if (!is_said) {
       return request == RingRequest::kRapsSf && repeats_an_old_failure(*step.before)
                  ? surprise::kCrossedFailures

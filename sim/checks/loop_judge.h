@@ -6,6 +6,7 @@
 #pragma once
 
 #include <limits>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -64,6 +65,7 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
   const Bounds bounds_;
   std::vector<Return> returns_;
   std::vector<Opening> openings_;
+  std::map<std::pair<NodeIndex, uint32_t>, int64_t> guarded_until_us_;  // by node and ring
   std::vector<bool> dead_;  // by node: powered, and its module is not there
   Loop loop_;
   bool open_ = false;

@@ -231,9 +231,6 @@ void end_switch(RingSnapshot& ring) {
     ring.tx_rb = false;
     return;
   }
-  if (ring.ring_role == kSubRingRole && has_local(ring, RingRequest::kMs)) {
-    ring.notify_state = 1;  // its major ring was cut, and may be again
-  }
   ring.local_priority =
       static_cast<uint32_t>(is_owner(ring) ? RingRequest::kWtb : RingRequest::kNothing);
   enter(ring, RingState::kPending);
@@ -300,10 +297,27 @@ bool suppose_no_manual_switch(Supposition& suppose) {
 }
 
 // A manual switch beside a state that it did not make.
+bool outlives(const RingSnapshot& ring) {
+  return has_local(ring, RingRequest::kMs) && !is(ring, RingState::kManual);
+}
+
+bool is_cut_off(const PortSnapshot& port) {
+  return !port.link_up || port.fail_count != 0;
+}
+
+// The end of a sub-ring is told again that its major ring is cut.
 bool suppose_no_manual_outlives(Supposition& suppose) {
-  return end_switch_where(suppose, [](const RingSnapshot& ring) {
-    return has_local(ring, RingRequest::kMs) && !is(ring, RingState::kManual);
-  });
+  for (NodeIndex node = 0; node < suppose.topology.nodes.size(); ++node) {
+    for (const SubRingConfig& config : suppose.topology.nodes[node].sub_rings) {
+      const RingSnapshot* major = suppose.hearing.ring(node, config.major_ring);
+      RingSnapshot* sub_ring = suppose.hearing.ring(node, config.ring);
+      if (major != nullptr && sub_ring != nullptr && outlives(*sub_ring) &&
+          is_cut_off(major->ports[0]) && is_cut_off(major->ports[1])) {
+        sub_ring->notify_state = 1;
+      }
+    }
+  }
+  return end_switch_where(suppose, outlives);
 }
 
 // Who is in a state that nobody asks for any more.
