@@ -33,8 +33,8 @@ Bounds bounds_of(const Topology& topology, const Timing& timing, int64_t slownes
   }
   bounds.carrier_us = std::max(timing.carrier_down_us.high, timing.carrier_up_us.high);
   bounds.detection_us = bounds.carrier_us;
-  // A failure is told when its hold-off is over, and that is looked at once a tick, or one later behind
-  // what is due in the same second.
+  // A failure is told when its hold-off is over, and that is looked at once a tick, or one later
+  // behind what is due in the same second.
   uint32_t holdoff_ms = 0;
   for (const NodePlan& node : topology.nodes) {
     holdoff_ms = std::max(holdoff_ms, node.holdoff_ms);

@@ -123,7 +123,8 @@ void Hearing::fail(const LinkEnd& end) {
 
 void Hearing::speak(NodeIndex node, const RingSnapshot& ring) {
   way_.clear();
-  Message message{node, ring.ring, ring.tx_request, ring.tx_rb, false, ring.local_node_id, ring.tx_bpr};
+  Message message{node,  ring.ring,          ring.tx_request, ring.tx_rb,
+                  false, ring.local_node_id, ring.tx_bpr};
   if (ring.ring_role == kSubRingRole) {
     send_to_major_ring(node, ring, message);
     if (ring.ports[0].link_up) {
@@ -228,8 +229,8 @@ void Hearing::take(NodeIndex node, RingSnapshot& ring, const Message& message) {
   const RingRequest request = request_of(message.code, message.rb);
   constexpr auto kManual = static_cast<uint32_t>(RingState::kManual);
   constexpr auto kRapsMs = static_cast<uint32_t>(RingRequest::kRapsMs);
-  const bool is_repetition = request == RingRequest::kRapsMs && ring.state == kManual &&
-                             ring.current_priority == kRapsMs;
+  const bool is_repetition =
+      request == RingRequest::kRapsMs && ring.state == kManual && ring.current_priority == kRapsMs;
   RingModel model(ring);
   if (request == RingRequest::kNothing || is_repetition ||
       !model.offer(request, {0, message.node_id < ring.local_node_id})) {

@@ -88,10 +88,10 @@ void LoopJudge::on_record(const Record& record) {
     return;
   }
   const auto& rings = watch_.rings(record.node);
-  const bool was_left = dead_[record.node] ||
-                        std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
-                          return failed_second(ring, record.port);
-                        });
+  const bool was_left =
+      dead_[record.node] || std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
+        return failed_second(ring, record.port);
+      });
   for (LinkIndex link = 0; was_left && link < topology_.links.size(); ++link) {
     for (const LinkEnd& end : topology_.links[link].ends) {
       if (end == LinkEnd{record.node, record.port}) {
@@ -153,20 +153,20 @@ const char* LoopJudge::surprise_of(const Step& step) const {
       return "";
     }
     const bool is_said =
-        ring != nullptr && ring->sending &&
-        request_of(ring->tx_request, ring->tx_rb) == request;
-    const auto guard = guarded_until_us_.find({step.node, step.ring()});
-    if (guard != guarded_until_us_.end() && step.from_us < guard->second) {
-      return "";
-    }
+        ring != nullptr && ring->sending && request_of(ring->tx_request, ring->tx_rb) == request;
     if (!is_said) {
+      const auto guard = guarded_until_us_.find({step.node, step.ring()});
+      if (guard != guarded_until_us_.end() && step.from_us < guard->second) {
+        return "";
+      }
       return request == RingRequest::kRapsSf && repeats_an_old_failure(*step.before)
                  ? surprise::kCrossedFailures
                  : surprise::kOldMessage;
     }
-    return is_open_end(*ring)                                                    ? surprise::kOpenEnd
-           : request == RingRequest::kRapsMs && ring->ring_role != kSubRingRole ? surprise::kManualCollision
-                                                                                : "";
+    return is_open_end(*ring) ? surprise::kOpenEnd
+           : request == RingRequest::kRapsMs && ring->ring_role != kSubRingRole
+               ? surprise::kManualCollision
+               : "";
   }
   return "";
 }
@@ -191,9 +191,8 @@ LoopJudge::Cause LoopJudge::cause_by_count(NodeIndex node, const RingSnapshot& s
       continue;
     }
     const bool is_cut =
-        std::all_of(major->ports.begin(), major->ports.end(), [](const PortSnapshot& port) {
-          return !port.link_up || port.fail_count != 0;
-        });
+        std::all_of(major->ports.begin(), major->ports.end(),
+                    [](const PortSnapshot& port) { return !port.link_up || port.fail_count != 0; });
     if (!is_cut) {
       return {surprise::kOldCount, bounds_.transit_us};  // it is about to close
     }

@@ -19,8 +19,9 @@ std::string in_milliseconds(int64_t time_us) {
 
 bool same_circumstances(const Forwarding& one, const Forwarding& other) {
   return one.powered == other.powered &&
-         std::equal(one.arcs.begin(), one.arcs.end(), other.arcs.begin(), other.arcs.end(),
-                    [](const Arc& first, const Arc& second) { return first.works == second.works; });
+         std::equal(
+             one.arcs.begin(), one.arcs.end(), other.arcs.begin(), other.arcs.end(),
+             [](const Arc& first, const Arc& second) { return first.works == second.works; });
 }
 
 }  // namespace
@@ -45,8 +46,11 @@ void PartitionJudge::on_record(const Record& record) {
   };
   switch (record.kind) {
     case RecordKind::kCarrier:
-      set_carriers([&](const LinkEnd& end) { return end == LinkEnd{record.node, record.port}; },
-                   record.a == 1);
+      set_carriers(
+          [&](const LinkEnd& end) {
+            return end == LinkEnd{record.node, record.port};
+          },
+          record.a == 1);
       break;
     case RecordKind::kKilled:
     case RecordKind::kStopped:
@@ -110,8 +114,8 @@ void PartitionJudge::note(int64_t time_us) {
     return;
   }
   noted_us_ = time_us;
-  waiting_.back().slowness = std::max(waiting_.back().slowness,
-                                      *std::max_element(slowness_.begin(), slowness_.end()));
+  waiting_.back().slowness =
+      std::max(waiting_.back().slowness, *std::max_element(slowness_.begin(), slowness_.end()));
   look();
 }
 
@@ -164,8 +168,7 @@ void PartitionJudge::judge_old(int64_t now_us) {
 
 // A link or a node has failed or come back, or a node without its software is split off until that
 // runs.
-PartitionJudge::Cover PartitionJudge::cover_by_repair(int64_t time_us,
-                                                     const Bounds& bounds) const {
+PartitionJudge::Cover PartitionJudge::cover_by_repair(int64_t time_us, const Bounds& bounds) const {
   Cover cover{time_us, nullptr};
   for (const int64_t change_us : changes_us_) {
     if (change_us <= time_us) {
@@ -223,9 +226,8 @@ void PartitionJudge::judge(const Partition& partition, FindingList& into) const 
     if (take(cover_by_repair(covered_us, bounds), partition.to_us)) {
       continue;
     }
-    auto next = std::find_if(stretches.begin(), stretches.end(), [&](const Stretch& stretch) {
-      return stretch.from_us > covered_us;
-    });
+    auto next = std::find_if(stretches.begin(), stretches.end(),
+                             [&](const Stretch& stretch) { return stretch.from_us > covered_us; });
     if (next == stretches.begin()) {
       break;
     }

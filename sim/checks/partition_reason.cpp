@@ -106,9 +106,8 @@ bool suppose_first_failure_told(Supposition& suppose) {
   for (size_t i = 0; i < suppose.circumstances.carriers.size(); ++i) {
     const LinkEnd& end = suppose.topology.links[i / 2].ends[i % 2];
     const auto& rings = before[end.node];
-    const bool is_held_off =
-        std::any_of(rings.begin(), rings.end(),
-                    [](const RingSnapshot& ring) { return ring.holdoff_running; });
+    const bool is_held_off = std::any_of(
+        rings.begin(), rings.end(), [](const RingSnapshot& ring) { return ring.holdoff_running; });
     if (!suppose.circumstances.carriers[i] && !is_held_off &&
         suppose.topology.nodes[end.node].holdoff_ms != 0) {
       suppose.hearing.fail(end);
@@ -262,9 +261,9 @@ bool end_switch_where(Supposition& suppose, Condition condition) {
 }
 
 bool suppose_no_forced_switch(Supposition& suppose) {
-  return suppose.any_ring(has_switch) &&
-         end_switch_where(suppose,
-                          [](const RingSnapshot& ring) { return is(ring, RingState::kForced); });
+  return suppose.any_ring(has_switch) && end_switch_where(suppose, [](const RingSnapshot& ring) {
+           return is(ring, RingState::kForced);
+         });
 }
 
 bool suppose_no_forced_switch_stuck(Supposition& suppose) {
@@ -276,9 +275,8 @@ bool suppose_no_forced_switch_stuck(Supposition& suppose) {
 // Who was forced does not tell its failure, then or later, and does not hear of its end.
 bool is_left(const RingSnapshot& ring) {
   const bool is_untold = has_failed_link(ring) && !has_local(ring, RingRequest::kSf);
-  const bool is_unended =
-      (is(ring, RingState::kProtection) || is(ring, RingState::kPending)) &&
-      ring.local_priority == 0 && !ring.sending && has_block(ring);
+  const bool is_unended = (is(ring, RingState::kProtection) || is(ring, RingState::kPending)) &&
+                          ring.local_priority == 0 && !ring.sending && has_block(ring);
   return is(ring, RingState::kForced) || is_untold || is_unended;
 }
 
@@ -328,9 +326,9 @@ bool suppose_nr_heard(Supposition& suppose) {
   };
   return suppose.change_rings([&](RingSnapshot& ring) {
     const bool is_stale = (is(ring, RingState::kProtection) && !has_failed_link(ring) &&
-                          !anybody_sends(ring.ring, kSfCode)) ||
-                         (is(ring, RingState::kManual) && !anybody_sends(ring.ring, kMsCode)) ||
-                         (is(ring, RingState::kForced) && !anybody_sends(ring.ring, kFsCode));
+                           !anybody_sends(ring.ring, kSfCode)) ||
+                          (is(ring, RingState::kManual) && !anybody_sends(ring.ring, kMsCode)) ||
+                          (is(ring, RingState::kForced) && !anybody_sends(ring.ring, kFsCode));
     if (is_stale && ring.local_priority == 0) {
       offer(ring, RingRequest::kRapsNr);
     }

@@ -111,7 +111,8 @@ void StateChecker::on_step(const Step& step) {
   // The expiry of a hold-off was under way when the return of the link ended that.
   const bool is_late = step.cause == Step::Cause::kTimer && step.before != nullptr &&
                        !step.before->holdoff_running &&
-                       topology_.nodes[step.node].holdoff_ms != 0 && is_failure(*step.before, after);
+                       topology_.nodes[step.node].holdoff_ms != 0 &&
+                       is_failure(*step.before, after);
   const bool is_refused = mishaps_ != nullptr && mishaps_->call_failed(step.node, step.from_us);
   const std::string was = step.before != nullptr ? text_of(*step.before) : "not there";
   std::string expected;

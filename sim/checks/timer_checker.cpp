@@ -39,7 +39,11 @@ std::string in_seconds(int64_t time_us) {
 }  // namespace
 
 TimerChecker::TimerChecker(const Topology& topology, const RingWatch& watch, const Mishaps& mishaps)
-    : topology_(topology), watch_(watch), mishaps_(mishaps), slowness_(topology.nodes.size(), 1), late_until_us_(topology.nodes.size(), kNone) {}
+    : topology_(topology),
+      watch_(watch),
+      mishaps_(mishaps),
+      slowness_(topology.nodes.size(), 1),
+      late_until_us_(topology.nodes.size(), kNone) {}
 
 int64_t TimerChecker::tolerance_us(NodeIndex node) const {
   return slowness_[node] * kLateUs;
@@ -48,8 +52,8 @@ int64_t TimerChecker::tolerance_us(NodeIndex node) const {
 TimerChecker::Limits TimerChecker::limits(NodeIndex node, Kind kind) const {
   const NodePlan& plan = topology_.nodes[node];
   const int64_t guard_us = int64_t{plan.guard_ms} * kMillisecondUs;
-  // The first in the list holds up the others: for a tick where they are due in the same second, and
-  // for its whole time where it was started again, which does not move it.
+  // The first in the list holds up the others: for a tick where they are due in the same second,
+  // and for its whole time where it was started again, which does not move it.
   const int64_t late_us = 2 * kTickUs + guard_us + tolerance_us(node);
   switch (kind) {
     case kWtr: {
@@ -231,8 +235,8 @@ void TimerChecker::on_record(const Record& record) {
       forget(record.node);
       break;
     case RecordKind::kStalled:
-      late_until_us_[record.node] = record.time_us + int64_t{record.a} * kMillisecondUs + kTickUs +
-                                    tolerance_us(record.node);
+      late_until_us_[record.node] =
+          record.time_us + int64_t{record.a} * kMillisecondUs + kTickUs + tolerance_us(record.node);
       [[fallthrough]];
     case RecordKind::kClockStep:
     case RecordKind::kCrash:
