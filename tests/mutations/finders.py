@@ -146,7 +146,7 @@ class Stress:
     """
     name = "stress"
     LONGEST_S = 300
-    RUNS = 3
+    RUNS = 10
     SUSPECTS = ("Stress.EverythingAtOnce", "Stress.RestartedAllTheTime")
 
     def __init__(self, build):
