@@ -46,13 +46,13 @@ Bounds bounds_of(const Topology& topology, const Timing& timing, int64_t slownes
   const auto configuration = static_cast<int64_t>(requests);
   bounds.start_us = timing.boot_us.high + 2 * configuration * bounds.node_us;
   bounds.repair_us = bounds.detection_us + 2 * bounds.transit_us;
-  bounds.repeat_us =
-      kRepetitionUs + kTickUs + slowness * timing.tick_late_us.high * 7 + 2 * bounds.transit_us;
   int64_t guard_us = 0;
   for (const NodePlan& node : topology.nodes) {
     guard_us = std::max(guard_us, int64_t{node.guard_ms} * kMillisecondUs);
   }
-  bounds.wait_to_block_us = guard_us + bounds.repeat_us;
+  // What is first in a node's list of timers holds up the others.
+  bounds.repeat_us = kRepetitionUs + 2 * kTickUs + guard_us +
+                     slowness * timing.tick_late_us.high * 7 + 2 * bounds.transit_us;
   return bounds;
 }
 

@@ -43,13 +43,11 @@ bool repeats_an_old_failure(const RingSnapshot& ring) {
          ring.tx_request == kSfMessage && !has_failed_link(ring);
 }
 
-// Both ports failed, and this one not first: it was left forwarding.
-bool failed_second(const RingSnapshot& ring, uint32_t port) {
-  const bool both = std::all_of(ring.ports.begin(), ring.ports.end(),
-                                [](const PortSnapshot& at) { return at.present && !at.link_up; });
-  return both && std::any_of(ring.ports.begin(), ring.ports.end(), [=](const PortSnapshot& at) {
-           return at.port == port && at.forwarding;
-         });
+// Another port had failed first, or a switch was forced: it was left forwarding.
+bool is_left_open(const RingSnapshot& ring, uint32_t port) {
+  return std::any_of(ring.ports.begin(), ring.ports.end(), [=](const PortSnapshot& at) {
+    return at.present && at.port == port && !at.link_up && at.forwarding;
+  });
 }
 
 // A sub-ring's end starts pending with its port open, and repeats R-APS(NR) as if it blocked.
@@ -90,12 +88,15 @@ void LoopJudge::on_record(const Record& record) {
   const auto& rings = watch_.rings(record.node);
   const bool was_left =
       dead_[record.node] || std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
-        return failed_second(ring, record.port);
+        return is_left_open(ring, record.port);
       });
+  const bool is_forced = std::any_of(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
+    return is(ring, RingState::kForced) && is_left_open(ring, record.port);
+  });
   for (LinkIndex link = 0; was_left && link < topology_.links.size(); ++link) {
     for (const LinkEnd& end : topology_.links[link].ends) {
       if (end == LinkEnd{record.node, record.port}) {
-        returns_.push_back({record.time_us, link, record.node});
+        returns_.push_back({record.time_us, link, record.node, is_forced});
       }
     }
   }
@@ -205,6 +206,17 @@ LoopJudge::Cause LoopJudge::cause_by_count(NodeIndex node, const RingSnapshot& s
   return {};
 }
 
+bool LoopJudge::owner_waits(uint32_t ring) const {
+  for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
+    const RingSnapshot* at = watch_.ring(node, ring);
+    if (at != nullptr && (at->node_role & 1U) != 0) {
+      return !dead_[node] && (at->local_priority == static_cast<uint32_t>(RingRequest::kWtr) ||
+                              at->local_priority == static_cast<uint32_t>(RingRequest::kWtb));
+    }
+  }
+  return false;
+}
+
 bool LoopJudge::is_open_all_around(uint32_t ring) const {
   bool is_open = true;
   for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
@@ -225,14 +237,17 @@ LoopJudge::Cause LoopJudge::cause_at(int64_t time_us) const {
     });
   };
   for (const Return& last : returns_) {
+    if (last.time_us == time_us && last.is_forced && other_end_too(last)) {
+      return {surprise::kForcedLeft};
+    }
     if (last.time_us == time_us && other_end_too(last)) {
       return {surprise::kSecondFailure, bounds_.carrier_us + 2 * bounds_.transit_us};
     }
   }
   for (auto last = openings_.rbegin(); last != openings_.rend(); ++last) {
     if ((last->from_us <= time_us && time_us <= last->to_us) || is_open_all_around(last->ring)) {
-      const bool is_bounded = last->surprise == surprise::kOpenEnd &&
-                              std::find(dead_.begin(), dead_.end(), true) == dead_.end();
+      // Only an owner that waits blocks then.
+      const bool is_bounded = last->surprise == surprise::kOpenEnd && owner_waits(last->ring);
       return is_bounded ? Cause{last->surprise, home_bound_us(topology_)} : Cause{last->surprise};
     }
   }

@@ -32,6 +32,7 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
     int64_t time_us = 0;
     LinkIndex link = 0;
     NodeIndex node = 0;
+    bool is_forced = false;
   };
   // A port was opened, in an event of this time, that should have stayed blocked.
   struct Opening {
@@ -55,6 +56,7 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
   const char* surprise_of(const Step& step) const;
   Cause cause_by_count(NodeIndex node, const RingSnapshot& sub_ring) const;
   bool tells_of_failure(const MacAddress& id, uint32_t ring) const;
+  bool owner_waits(uint32_t ring) const;
   bool is_open_all_around(uint32_t ring) const;
   Cause cause_at(int64_t time_us) const;
   void tell(const Loop& loop, FindingList& into) const;

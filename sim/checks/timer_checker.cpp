@@ -49,12 +49,17 @@ int64_t TimerChecker::tolerance_us(NodeIndex node) const {
   return slowness_[node] * kLateUs;
 }
 
+// The first in the list holds up the others: for a tick where they are due in the same second, and
+// for its whole time where it was started again, which does not move it.
+int64_t TimerChecker::lateness_us(NodeIndex node) const {
+  return 2 * kTickUs + int64_t{topology_.nodes[node].guard_ms} * kMillisecondUs +
+         tolerance_us(node);
+}
+
 TimerChecker::Limits TimerChecker::limits(NodeIndex node, Kind kind) const {
   const NodePlan& plan = topology_.nodes[node];
+  const int64_t late_us = lateness_us(node);
   const int64_t guard_us = int64_t{plan.guard_ms} * kMillisecondUs;
-  // The first in the list holds up the others: for a tick where they are due in the same second,
-  // and for its whole time where it was started again, which does not move it.
-  const int64_t late_us = 2 * kTickUs + guard_us + tolerance_us(node);
   switch (kind) {
     case kWtr: {
       const int64_t whole_us = int64_t{plan.wtr_ms} / 1000 * kSecondUs;
@@ -114,7 +119,7 @@ void TimerChecker::expect_repeated(NodeIndex node, uint32_t ring, const Timers& 
   for (const auto& [port, time_us] : timers.sent_us) {
     quiet_since_us = quiet_since_us == kNone ? kNone : std::max(quiet_since_us, time_us);
   }
-  const int64_t most_us = kRepetitionUs + kTickUs + tolerance_us(node);
+  const int64_t most_us = kRepetitionUs + lateness_us(node);
   if (quiet_since_us != kNone && now_us - quiet_since_us > most_us) {
     into.add({"timer", quiet_since_us, now_us, node,
               "R-APS of ring " + std::to_string(ring) + " was not repeated for more than " +

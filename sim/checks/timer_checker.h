@@ -41,6 +41,7 @@ class TimerChecker final : public Checker, public Observer, public StepListener 
   };
   Limits limits(NodeIndex node, Kind kind) const;
   int64_t tolerance_us(NodeIndex node) const;
+  int64_t lateness_us(NodeIndex node) const;
   void start(Timers& timers, Kind kind, int64_t time_us) { timers.since_us[kind] = time_us; }
   void end(Timers& timers, Kind kind) { timers.since_us[kind] = kNone; }
   void expect_not_early(const Step& step, const Timers& timers, Kind kind);
