@@ -1,12 +1,12 @@
-# erps_add_tests(TARGET LABEL name TIMEOUT seconds [SERIAL] [SANITIZE address|undefined|thread ...])
+# erps_add_tests(TARGET LABEL name TIMEOUT seconds [SERIAL] [SHARDS n] [SANITIZE address|thread ...])
 #
 # Registers the cases of a GoogleTest program one by one. A build with one of the named sanitizers
-# registers the whole program as one test instead, labelled "sanitize": a process a case costs more
-# there than the cases themselves. SERIAL: nothing else runs beside it.
+# registers the whole program as one test instead, labelled "sanitize", or as SHARDS tests: a process
+# a case costs more there than the cases themselves. SERIAL: nothing else runs beside it.
 include(GoogleTest)
 
 function(erps_add_tests target)
-  cmake_parse_arguments(TESTS "SERIAL" "LABEL;TIMEOUT" "SANITIZE" ${ARGN})
+  cmake_parse_arguments(TESTS "SERIAL" "LABEL;TIMEOUT;SHARDS" "SANITIZE" ${ARGN})
   string(REPLACE ";" "|" wanted "${TESTS_SANITIZE}")
   string(REPLACE "," ";" sanitizers "${ERPS_SANITIZE}")
   list(FILTER sanitizers INCLUDE REGEX "^(${wanted})$")
@@ -18,9 +18,21 @@ function(erps_add_tests target)
     endif()
     gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
   elseif(sanitizers)
-    add_test(NAME ${target} COMMAND ${target})
-    set_tests_properties(${target} PROPERTIES
-      LABELS sanitize TIMEOUT 900 RUN_SERIAL TRUE SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\] [1-9]")
+    if(NOT TESTS_SHARDS)
+      set(TESTS_SHARDS 1)
+    endif()
+    foreach(shard RANGE 1 ${TESTS_SHARDS})
+      math(EXPR index "${shard} - 1")
+      set(test ${target})
+      if(TESTS_SHARDS GREATER 1)
+        string(APPEND test ".${shard}of${TESTS_SHARDS}")
+      endif()
+      add_test(NAME ${test} COMMAND ${target})
+      set_tests_properties(${test} PROPERTIES
+        LABELS sanitize TIMEOUT 900 RUN_SERIAL "${TESTS_SERIAL}"
+        ENVIRONMENT "GTEST_TOTAL_SHARDS=${TESTS_SHARDS};GTEST_SHARD_INDEX=${index}"
+        SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\] [1-9]")
+    endforeach()
     add_dependencies(sanitized_tests ${target})
   endif()
 endfunction()
