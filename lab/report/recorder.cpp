@@ -85,6 +85,14 @@ void Recorder::on_record(const sim::Record& record) {
       return mark(record.time_us, MarkKind::kFlush, end_at(record.node, record.port), record.a);
     case sim::RecordKind::kCirculating:
       return mark(record.time_us, MarkKind::kCirculating, record.node, 0);
+    case sim::RecordKind::kCallFailed:
+      return mark(record.time_us, MarkKind::kCallFailed, record.node, record.a);
+    case sim::RecordKind::kClockStep:
+      return mark(record.time_us, MarkKind::kClockStep, record.node, record.a);
+    case sim::RecordKind::kSlowed:
+      return mark(record.time_us, MarkKind::kSlowed, record.node, record.a);
+    case sim::RecordKind::kStalled:
+      return mark(record.time_us, MarkKind::kStalled, record.node, record.a);
     case sim::RecordKind::kCommand:
     case sim::RecordKind::kReply:
       return command(record);

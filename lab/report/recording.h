@@ -40,6 +40,10 @@ enum class MarkKind : uint8_t {
   kCommand = 1,      // subject: node; value: 256 * ring ID + the management command
   kRefused = 2,      // subject: node; value: 256 * return code + the management command
   kCirculating = 3,  // subject: node: it took a frame off the network that went round and round
+  kCallFailed = 4,   // subject: node; value: a sim::PlatformCall
+  kClockStep = 5,    // subject: node; value: seconds forth, or back as a negative number
+  kSlowed = 6,       // subject: node; value: how many times slower than usual from now on
+  kStalled = 7,      // subject: node; value: for how many ms it has no processor
 };
 
 struct Mark {

@@ -5,6 +5,7 @@
 
 #include "erps/mgmt/message.h"
 #include "erps/raps/frame.h"
+#include "sim/platform_call.h"
 
 namespace erps::lab {
 
@@ -191,6 +192,17 @@ json findings_json(const std::vector<sim::Finding>& findings) {
   return list;
 }
 
+// The names of the platform calls that failed, by their numbers.
+json failed_calls_json(const Recording& recording) {
+  json names = json::object();
+  for (const Mark& mark : recording.marks) {
+    if (mark.kind == MarkKind::kCallFailed) {
+      names[std::to_string(mark.value)] = sim::name_of(static_cast<sim::PlatformCall>(mark.value));
+    }
+  }
+  return names;
+}
+
 // Of all faults and findings, also of those that have no row.
 json totals_json(const ReportInput& input) {
   const ReportFault* longest = nullptr;
@@ -240,6 +252,7 @@ std::string report_data(const ReportInput& input) {
                       {"places", places_json(recording)},
                       {"texts", texts_json(input)},
                       {"commands", commands},
+                      {"failed_calls", failed_calls_json(recording)},
                       {"changes", columns_json(recording.changes)},
                       {"marks", columns_json(recording.marks)},
                       {"messages", messages_json(recording.messages)},

@@ -235,6 +235,44 @@ TEST(Report, ShowsOperatorsCommands) {
   EXPECT_EQ(state_at(data, 0, 0, data["faults"][1]["at"]), NodeState::kForced);
 }
 
+struct Mishap {
+  MarkKind kind{};
+  uint32_t node = 0;
+  int32_t value = 0;
+
+  friend bool operator==(const Mishap&, const Mishap&) = default;
+};
+
+TEST(Report, ShowsWhatANodeSuffers) {
+  const Topology ring = example("four-node-ring.toml");
+  const Story story = tell(
+      ring,
+      {{"stall n2", kAtHomeUs, [](sim::Simulation& simulation) { simulation.stall(1, 300'000); }},
+       {"slow n3", kSecondUs, [](sim::Simulation& simulation) { simulation.slow_down(2, 4); }},
+       {"clock of n4", kSecondUs,
+        [](sim::Simulation& simulation) { simulation.step_clock(3, -3600 * kSecondUs); }},
+       {"failing calls at n1", kSecondUs,
+        [](sim::Simulation& simulation) { simulation.fail_call(0, "adp_transmit_frame"); }}},
+      kRestUs);
+  const json data = data_of(report_page(story.input()));
+  std::vector<Mishap> mishaps;
+  for (size_t i = 0; i < data["marks"]["kind"].size(); ++i) {
+    const auto kind = static_cast<MarkKind>(data["marks"]["kind"][i].get<uint32_t>());
+    const auto value = data["marks"]["value"][i].get<uint32_t>();
+    if (kind == MarkKind::kCallFailed) {
+      EXPECT_EQ(data["failed_calls"][std::to_string(value)], "adp_transmit_frame");
+    }
+    if (kind >= MarkKind::kCallFailed) {
+      mishaps.push_back({kind, data["marks"]["subject"][i], static_cast<int32_t>(value)});
+    }
+  }
+  EXPECT_EQ(mishaps, (std::vector<Mishap>{{MarkKind::kStalled, 1, 300},
+                                          {MarkKind::kSlowed, 2, 4},
+                                          {MarkKind::kClockStep, 3, -3600},
+                                          {MarkKind::kCallFailed, 0,
+                                           static_cast<int32_t>(sim::PlatformCall::kTransmit)}}));
+}
+
 TEST(Report, GivesInterconnectionNodesAStateInEachRing) {
   const Topology rings = example("ladder.toml");
   const Story story = tell(rings, {cut(rings, "n2-n5", kAtHomeUs)}, kSecondUs);

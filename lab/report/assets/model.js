@@ -1,7 +1,8 @@
 // The run: what is known of it, and what was the case at a moment. Times are in microseconds.
 
 const kStrand = 0, kCarrier = 1, kPort = 2, kPower = 3, kState = 4;
-const kFlush = 0, kCommand = 1, kRefused = 2, kCirculating = 3;
+const kFlush = 0, kCommand = 1, kRefused = 2, kCirculating = 3, kCallFailed = 4, kClockStep = 5,
+  kSlowed = 6, kStalled = 7;
 const kOff = 0, kBooting = 1, kRunning = 2, kStopped = 3;
 const kArrived = 1, kLost = 2, kRepeated = 4;
 const kStates = ["init", "idle", "protection", "manual", "forced", "pending"];
@@ -59,7 +60,8 @@ class Run {
     Object.assign(this, {
       name: data.name, seed: data.seed, command: data.command, nodes: data.nodes,
       links: data.links, rings: data.rings, texts: data.texts, faults: data.faults,
-      findings: data.findings, commands: data.commands, totals: data.totals, cutOff: data.cut_off,
+      findings: data.findings, commands: data.commands,
+      failedCalls: data.failed_calls, totals: data.totals, cutOff: data.cut_off,
     });
     this.places = data.places.map(([ring, node]) => ({ring, node}));
     this.placesOfNode = this.nodes.map(() => []);

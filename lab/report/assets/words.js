@@ -83,6 +83,13 @@ function markText(run, {kind, subject, value}) {
   }
   const node = run.nodes[subject];
   if (kind === kCirculating) return `${node} takes a frame off the network that went round and round`;
+  if (kind === kCallFailed) return `${node}: a call to its platform fails: ${run.failedCalls[value]}`;
+  if (kind === kClockStep) {
+    const step = value | 0;  // a negative number came as a large one
+    return `${node}: its clock is set ${step < 0 ? "back" : "forth"} by ${Math.abs(step)} s`;
+  }
+  if (kind === kSlowed) return `${node} ${value > 1 ? `is ${value} times slower than usual` : "has its usual speed"}`;
+  if (kind === kStalled) return `${node} has no processor for ${value} ms`;
   const command = run.commands[value & 0xFF] || `command ${value & 0xFF}`;
   return kind === kCommand ? `operator at ${node}: ${command}, ring ${value >> 8}`
     : `${node} refuses: ${command} (code ${value >> 8})`;
@@ -110,7 +117,8 @@ function eventsBetween(run, from, to, withRepeats) {
   }
   for (const mark of run.marks) {
     if (within(mark.time) && !(mark.kind === kFlush && mark.value === 0)) {
-      const kind = mark.kind === kFlush ? "flush" : mark.kind === kCirculating ? "loop" : "command";
+      const kind = mark.kind === kFlush ? "flush" : mark.kind === kCirculating ? "loop"
+        : mark.kind >= kCallFailed ? "mishap" : "command";
       events.push({time: mark.time, order: 2, kind, text: markText(run, mark)});
     }
   }
