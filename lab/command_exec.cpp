@@ -141,10 +141,10 @@ int command_exec(const std::string& node, pid_t lab, const std::vector<std::stri
       argv.push_back(argument.data());
     }
     argv.push_back(nullptr);
+    find_our_programs();  // whose path the kernel tells in the mount namespace that they are in
     join_namespaces_of(daemon, node);
     const pid_t child = fork();  // only a child is in the process namespace
     if (child == 0) {
-      find_our_programs();
       execvp(argv[0], argv.data());
       std::fprintf(stderr, "erpslab: %s: %s\n", argv[0], std::strerror(errno));
       _exit(kCouldNotRun);
