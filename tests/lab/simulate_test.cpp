@@ -200,7 +200,7 @@ TEST_F(Simulate, AFailureComesWithTheCommandThatShowsItAndASmallerScenario) {
 
 TEST_F(Simulate, WhatCannotRunIsStatus3) {
   for (const char* module : {"/nonexistent", ERPS_LOCKS_TWICE}) {
-    const LabResult result = simulate({ring(), "--every-link", "--module", module});
+    const LabResult result = simulate({ring(), "--every-link", "--seed", "1", "--module", module});
     EXPECT_EQ(result.status, 3) << result.out;
     EXPECT_FALSE(result.err.empty());
   }
