@@ -118,7 +118,7 @@ class FrameFloodOfKind : public FrameFlood, public ::testing::WithParamInterface
 
 TEST_P(FrameFloodOfKind, LinkIsProtectedInTimeAndManagementAnswers) {
   ASSERT_NO_FATAL_FAILURE(start(kScript));
-  flood(GetParam(), 12);
+  flood(GetParam(), 10);
   for (const char* node : {"n1", "n2", "n1"}) {
     EXPECT_LT(time_of_answer(node).count(), 1.0) << node;
   }
