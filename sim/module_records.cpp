@@ -6,10 +6,10 @@
 #include <map>
 #include <string>
 
-#include "erps/raps/frame.h"
 #include "erps/ring/ring.h"
 #include "sim/module_copy.h"
 #include "sim/module_symbols.h"
+#include "sim/sent_frame.h"
 
 namespace erps::sim {
 
@@ -58,8 +58,7 @@ RingSnapshot read_ring(const ERPSM_T& record) {
   ring.tx_request = record.tx_request;
   ring.tx_rb = record.tx_rb != 0;
   ring.tx_dnf = record.tx_dnf != 0;
-  ring.tx_bpr = record.tx_frame_len == raps::kTaggedLength &&
-                (record.tx_frame[raps::kTaggedPdu + raps::kStatusOffset] & raps::kStatusBpr) != 0;
+  ring.tx_bpr = bpr_of(record.tx_frame, record.tx_frame_len);
   ring.guard_running = record.guard_running != 0;
   ring.holdoff_running = record.holdoff_running != 0;
   ring.inter_fault_port = record.inter_fault_port;
