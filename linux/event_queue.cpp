@@ -266,7 +266,7 @@ Packet* EventQueue::read_admitted(RingPort& port) {
       frames_ready_ &= ~(uint64_t{1} << port.id);
       break;
     }
-    if (!port.flood_guard.admits(received.frame(), received.length, mono_now_ns())) {
+    if (!flood_guard_.admits(port.id, received.frame(), received.length, mono_now_ns())) {
       refuse_frame(port, received);
     } else if (packet == nullptr) {  // whoever receives keeps its packets: what comes in is lost
       count(port.frames_dropped);
@@ -287,6 +287,7 @@ void EventQueue::refuse_frame(RingPort& port, Packet& packet) {
   thin_out_flood(port, packet);
   FloodNews& news = flood_news_[port.id];
   ++news.refused;
+  news.thinned = news.thinned || (thinned_ >> port.id & 1) != 0;
   constexpr int64_t kQuietNs = 1'000'000'000;
   HistoryRecord record = History::make(HistoryKind::kFlood, static_cast<uint8_t>(port.id), Cause{});
   if (record.mono_ns - news.told_ns < kQuietNs) {
@@ -296,15 +297,16 @@ void EventQueue::refuse_frame(RingPort& port, Packet& packet) {
   if (packet.length >= kSourceOffset + record.source.size()) {
     std::copy_n(packet.frame() + kSourceOffset, record.source.size(), record.source.begin());
   }
-  std::snprintf(record.text, sizeof record.text, "%" PRIu64 " refused", news.refused);
+  const char* how_exact = news.thinned ? "at least " : "";
+  std::snprintf(record.text, sizeof record.text, "%s%" PRIu64 " refused", how_exact, news.refused);
   history_.add(record);
   const auto& source = record.source;
   logf(LogLevel::kError,
-       "port %u (%s): flood of R-APS frames: %" PRIu64
+       "port %u (%s): flood of R-APS frames: %s%" PRIu64
        " refused, the last one from %02x:%02x:%02x:%02x:%02x:%02x",
-       port.id, port.interface.c_str(), news.refused, source[0], source[1], source[2], source[3],
-       source[4], source[5]);
-  news = {.told_ns = record.mono_ns, .refused = 0};
+       port.id, port.interface.c_str(), how_exact, news.refused, source[0], source[1], source[2],
+       source[3], source[4], source[5]);
+  news = {.told_ns = record.mono_ns, .refused = 0, .thinned = false};
 }
 
 // To refuse 100,000 frames a second takes a fifth of a processor, which a link change then waits

@@ -18,6 +18,7 @@
 #include <optional>
 #include <string>
 
+#include "linux/flood_guard.h"
 #include "linux/flood_watch.h"
 #include "linux/in_process_queue.h"
 #include "linux/link_monitor.h"
@@ -60,6 +61,7 @@ class EventQueue {
   struct FloodNews {
     int64_t told_ns = 0;
     uint64_t refused = 0;
+    bool thinned = false;  // the kernel dropped others, which nobody counts
   };
 
   static constexpr size_t kLinkRecords = 64;
@@ -103,6 +105,7 @@ class EventQueue {
   size_t next_link_record_ = 0;
   int64_t last_refusal_logged_ns_ = 0;
   TokenBucket refusals_recorded_{{.burst = 64, .per_second = 10}, 0};
+  FloodGuard flood_guard_;
   std::array<FloodNews, kMaxPort + 1> flood_news_{};
   std::array<FloodWatch, kMaxPort + 1> flood_watches_{};
   uint64_t thinned_ = 0;  // bit n: the kernel drops most of the flood at port n

@@ -4,10 +4,14 @@
 // forwarded, the whole ring. A node sends a few frames at a change and one every five seconds
 // behind it, so budgets that no honest node can exhaust are still small:
 //
-// - Each source address has one of its own. A source that has kept to it for a while is let in
-//   whatever the others do.
-// - What is more than that, and what comes from a source that is new or has just sent too much,
-//   comes out of a budget that all sources of the port share.
+// - At each port a source address has one of its own. A source that has kept to it for a while is
+//   let in whatever the others do.
+// - A source that was let in like that at one port is at another one, too: no node is heard through
+//   the blocked port of the RPL before the failure that it tells of.
+// - The first frame of a source that no port knows comes out of a budget for such sources.
+// - What is more, and what comes from a source that is new or has just sent too much, comes out of
+// a
+//   budget that all sources of the port share.
 // - When that is used up, what differs from a source's flood still passes, so that a neighbour
 //   that repeats itself without end is heard when it has something else to say.
 // - Sources that were never heard before cannot push out those that were.
@@ -17,6 +21,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <unordered_map>
 
 #include "linux/token_bucket.h"
@@ -36,10 +41,8 @@ class FloodGuard {
   // A source that was silent for so long may be forgotten for another one.
   static constexpr int64_t kForgettableNs = 60'000'000'000;
 
-  FloodGuard();
-
-  // Whether the frame, from its destination address on, is let in.
-  bool admits(const uint8_t* frame, size_t length, int64_t now_ns);
+  // Whether the frame that came in at the port, from its destination address on, is let in.
+  bool admits(uint32_t port, const uint8_t* frame, size_t length, int64_t now_ns);
 
  private:
   struct Source {
@@ -49,13 +52,24 @@ class FloodGuard {
     int64_t heard_ns = 0;
   };
 
-  bool admits_source(Source& source, const uint8_t* frame, size_t length, int64_t now_ns);
-  bool make_room(int64_t now_ns);
+  using Sources = std::unordered_map<uint64_t, Source>;
 
-  std::unordered_map<uint64_t, Source> sources_;
-  TokenBucket all_;
-  TokenBucket besides_floods_;
-  TokenBucket strangers_;
+  struct Port {
+    Port() { sources.reserve(kSources); }
+
+    Sources sources;
+    TokenBucket all{kOfAll, 0};
+    TokenBucket besides_floods{kBesidesFloods, 0};
+    TokenBucket strangers{kOfStrangers, 0};
+  };
+
+  static bool is_proven(const Source& source, int64_t now_ns);
+  static bool make_room(Sources& sources, int64_t now_ns);
+  static bool admits_known(Port& port, Source& source, const uint8_t* frame, size_t length,
+                           int64_t now_ns);
+  bool admits_new(Port& port, uint64_t address, int64_t now_ns);
+
+  std::map<uint32_t, Port> ports_;
 };
 
 }  // namespace erps::linux_platform

@@ -110,7 +110,9 @@ struct PortStatus {
   uint64_t frames_sent = 0;
   uint64_t send_failures = 0;
   uint64_t frames_dropped = 0;  // by the kernel, for a full socket buffer
-  uint64_t frames_refused = 0;  // more of them than any node of a ring sends
+  // More of them than any node of a ring sends. Not counted is what the kernel drops of a flood: of
+  // one that lasts, it lets one frame in 32 through.
+  uint64_t frames_refused = 0;
   uint64_t link_changes = 0;
   uint64_t reapplied = 0;  // times the kernel had undone the wanted state
 };

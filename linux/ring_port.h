@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "linux/flood_guard.h"
 #include "linux/frame_socket.h"
 #include "linux/link_info.h"
 
@@ -27,8 +26,6 @@ struct RingPort {
   const uint32_t id;
   const std::string interface;
   FrameSocket frames;
-
-  FloodGuard flood_guard;  // whoever receives from the protocol task's queue
 
   // The link monitor's: whoever runs the protocol task's queue.
   std::atomic<uint32_t> ifindex{0};  // 0 while the interface does not exist

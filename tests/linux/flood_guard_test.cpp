@@ -13,12 +13,28 @@ namespace {
 
 constexpr int64_t kSecondNs = 1'000'000'000;
 constexpr int64_t kFloodGapNs = kSecondNs / 100'000;  // 100,000 frames a second
+constexpr uint32_t kPort = 1;
+constexpr uint32_t kOtherPort = 2;
 constexpr uint8_t kNoRequest = 0;
 constexpr uint8_t kSignalFail = 11;
 
 class FloodGuardTest : public ::testing::Test {
  protected:
-  bool admits(const Bytes& frame) { return guard_.admits(frame.data(), frame.size(), now_ns_); }
+  bool admits(const Bytes& frame, uint32_t port = kPort) {
+    return guard_.admits(port, frame.data(), frame.size(), now_ns_);
+  }
+
+  // Floods the port from the node's address with frames of which no two are the same.
+  void flood_varied(uint8_t node, uint32_t port, int64_t duration_ns) {
+    Bytes attack = raps_frame(1, 100, kNoRequest, node);
+    for (const int64_t end_ns = now_ns_ + duration_ns; now_ns_ < end_ns; now_ns_ += kFloodGapNs) {
+      const auto number = static_cast<uint32_t>(now_ns_ / kFloodGapNs);
+      for (size_t at = 0; at < sizeof number; ++at) {
+        attack[24 + at] = static_cast<uint8_t>(number >> (8 * at));
+      }
+      admits(attack, port);
+    }
+  }
 
   // Sends the frame for so long; how many got in.
   int64_t flood(const Bytes& frame, int64_t duration_ns) {
@@ -32,8 +48,12 @@ class FloodGuardTest : public ::testing::Test {
   // What all sources together are allowed within so many seconds, be they as many as they are, as
   // long as none of them keeps to its own budget.
   static int64_t most_within(int64_t seconds) {
-    return FloodGuard::kOfAll.burst + FloodGuard::kBesidesFloods.burst +
-           (FloodGuard::kOfAll.per_second + FloodGuard::kBesidesFloods.per_second) * seconds + 1;
+    int64_t most = 1;
+    for (const Budget& budget :
+         {FloodGuard::kOfAll, FloodGuard::kBesidesFloods, FloodGuard::kOfStrangers}) {
+      most += budget.burst + budget.per_second * seconds;
+    }
+    return most;
   }
 
   // A source that has been heard for long enough.
@@ -101,15 +121,59 @@ TEST_F(FloodGuardTest, FloodOfManySourcesIsHeldToTheSameBudgetAndOthersAreHeardT
 
 TEST_F(FloodGuardTest, FloodThatNeverRepeatsItselfCrowdsNoOtherSourceOut) {
   prove(7);
-  Bytes attack = raps_frame(1, 100, kNoRequest, 66);
-  for (uint32_t i = 0; i < 100'000; ++i, now_ns_ += kFloodGapNs) {
-    for (size_t at = 0; at < sizeof i; ++at) {
-      attack[24 + at] = static_cast<uint8_t>(i >> (8 * at));
-    }
-    admits(attack);
-  }
+  flood_varied(66, kPort, kSecondNs);
   for (int repeat = 0; repeat < 3; ++repeat) {
     EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, 7)));
+  }
+}
+
+// Behind the blocked port of the RPL there is nobody to be heard before the failure.
+TEST_F(FloodGuardTest, NodeThatWasHeardAtOnePortIsHeardThroughAFloodOfAnother) {
+  prove(7);
+  flood_varied(66, kOtherPort, 10 * kSecondNs);
+  for (int repeat = 0; repeat < 3; ++repeat) {
+    EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, 7), kOtherPort));
+    flood_varied(66, kOtherPort, kSecondNs / 100);
+  }
+}
+
+TEST_F(FloodGuardTest, NodeThatWasHeardAtOnePortIsHeardThroughInventedSourcesOfAnother) {
+  prove(7);
+  for (uint32_t i = 0; i < 1'000'000; ++i, now_ns_ += kFloodGapNs) {
+    admits(of_source(i), kOtherPort);
+  }
+  EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, 7), kOtherPort));
+}
+
+TEST_F(FloodGuardTest, FloodWithANodesAddressAtOnePortLeavesItHeardAtAnother) {
+  prove(7);
+  for (int second = 0; second < 3; ++second) {
+    EXPECT_TRUE(admits(raps_frame(1, 100, kNoRequest, 7), kOtherPort));
+    now_ns_ += kSecondNs;
+  }
+  flood_varied(7, kPort, 10 * kSecondNs);
+  flood_varied(66, kOtherPort, kSecondNs);
+  EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, 7), kOtherPort));
+}
+
+// An address that floods one port is nobody to be let in at another whatever the others do.
+TEST_F(FloodGuardTest, SourceThatFloodsOnePortIsNotTrustedAtAnother) {
+  for (int i = 0; i < 2000; ++i) {
+    flood_varied(66, kPort, kSecondNs / 1000);
+    flood_varied(9, kOtherPort, kSecondNs / 1000);
+  }
+  const Bytes repeated = raps_frame(1, 100, kSignalFail, 66);
+  int admitted = 0;
+  for (int i = 0; i < 10; ++i) {
+    admitted += admits(repeated, kOtherPort) ? 1 : 0;
+  }
+  EXPECT_LE(admitted, 1);
+}
+
+TEST_F(FloodGuardTest, FirstFramesOfNodesThatNobodyKnowsAreHeardThroughAFlood) {
+  flood_varied(66, kPort, 10 * kSecondNs);
+  for (uint8_t node = 1; node <= 50; ++node) {
+    EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, node))) << int{node};
   }
 }
 
