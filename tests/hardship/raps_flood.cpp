@@ -10,10 +10,11 @@
 //   invented   messages of ring 1 that tell no state, undefined requests and events, each of a node
 //              ID that nobody has
 //   valid      NR and SF of ring 1 in turns, each of a node ID that nobody has
-// Ends with one line "sent N frames in S s".
+// Ends at SIGINT, too; with one line "sent N frames in S s".
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -35,6 +36,8 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr size_t kBatch = 64;
 constexpr size_t kPdu = 18;  // behind addresses, tag and EtherType
+
+volatile sig_atomic_t interrupted = 0;
 
 struct Order {
   std::string interface, kind;
@@ -120,7 +123,7 @@ int flood(Order& order) {
   };
   const bool invented = order.kind == "invented" || order.kind == "valid";
   uint64_t sent = 0;
-  for (double now_s = 0; now_s < order.seconds; now_s = elapsed_s()) {
+  for (double now_s = 0; now_s < order.seconds && interrupted == 0; now_s = elapsed_s()) {
     if (static_cast<double>(sent) >= now_s * order.per_second) {
       std::this_thread::sleep_for(std::chrono::microseconds(100));
       continue;
@@ -153,5 +156,6 @@ int main(int argc, char** argv) {
   order.kind = argv[2];
   order.per_second = std::atof(argv[4]);
   order.seconds = std::atof(argv[5]);
+  signal(SIGINT, [](int) { interrupted = 1; });
   return flood(order);
 }
