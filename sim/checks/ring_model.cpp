@@ -80,8 +80,11 @@ bool RingModel::offer(RingRequest request, const RequestDetails& details) {
   return true;
 }
 
-void RingModel::start(bool second_link_was_up) {
-  const bool second_link_is_up = now.ports[1].link_up;
+void RingModel::start(const std::array<bool, 2>& links_were_up) {
+  const std::array<bool, 2> links_are_up{now.ports[0].link_up, now.ports[1].link_up};
+  for (size_t i = 0; i < now.ports.size(); ++i) {
+    now.ports[i].link_up = links_were_up[i];
+  }
   now.local_priority = 0;
   enter(RingState::kPending);
   if (plain()) {
@@ -93,17 +96,15 @@ void RingModel::start(bool second_link_was_up) {
   }
   send(kNr, false);
   wait_to_restore();
-  const auto look = [this](const PortSnapshot& port) {
-    if (!port.link_up) {  // none of them has failed since the ring started
+  bool has_changed = false;  // a link, since the start
+  for (size_t i = 0; i < (sub_ring() ? 1U : 2U); ++i) {
+    has_changed = has_changed || links_are_up[i] != links_were_up[i];
+    now.ports[i].link_up = links_are_up[i];
+    const bool is_taken = offer(links_are_up[i] ? RingRequest::kClearSf : RingRequest::kSf, {});
+    // Before any link has changed, a failed port that is blocked does not stand for the other one.
+    if (!links_are_up[i] && is_taken && !has_changed) {
       for_ports([](PortSnapshot& any) { any.forwarding = any.forwarding && any.link_up; });
     }
-    offer(port.link_up ? RingRequest::kClearSf : RingRequest::kSf, {});
-  };
-  now.ports[1].link_up = second_link_was_up;
-  look(now.ports[0]);
-  now.ports[1].link_up = second_link_is_up;
-  if (!sub_ring()) {
-    look(now.ports[1]);
   }
 }
 

@@ -5,6 +5,7 @@
 // ports, and what is sent.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "sim/module_records.h"
@@ -46,9 +47,9 @@ class RingModel {
   explicit RingModel(const RingSnapshot& ring) : now(ring) {}
 
   // The ring is enabled, with its links as they are found: from now on it is pending, and in
-  // protection where one is down. Both looks at the second port's link, one at the beginning and
-  // one behind the first port's, need not see the same.
-  void start(bool second_link_was_up);
+  // protection where one is down. Each is looked at twice, at the beginning (links_were_up) and
+  // when its turn comes, and both looks need not see the same.
+  void start(const std::array<bool, 2>& links_were_up);
 
   // False when the request has not the rank to change anything.
   bool offer(RingRequest request, const RequestDetails& details);

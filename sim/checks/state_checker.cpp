@@ -188,10 +188,12 @@ void StateChecker::allow_after_start(const Step& step) {
   if (step.cause != Step::Cause::kCommand || step.command != mgmt::kSetEnable) {
     return;
   }
-  for (const bool second_link_was_up : {true, false}) {
-    RingModel model(ring);
-    model.start(second_link_was_up);
-    outcomes_.push_back(model.now);
+  for (const bool first_was_up : {true, false}) {
+    for (const bool second_was_up : {true, false}) {
+      RingModel model(ring);
+      model.start({first_was_up, second_was_up});
+      outcomes_.push_back(model.now);
+    }
   }
 }
 

@@ -284,6 +284,32 @@ TEST_P(CleanRing, HasNoViolationUnderCutsAndCrashesAtBothRingRoles) {
   }
 }
 
+// One link of the node is down already, and the other one fails at any moment of its ring's start.
+TEST(CleanStart, HasNoViolationWhereALinkFailsMeanwhile) {
+  constexpr NodeIndex kNode = 2;
+  constexpr int64_t kStepUs = 10;
+  Options options = options_with(1);
+  options.timing.boot_us = {0, 0};
+  options.timing.carrier_down_us = {1, 1};
+  options.timing.carrier_up_us = {1, 1};
+  for (int64_t moment_us = 0; moment_us < 3 * kMillisecondUs; moment_us += kStepUs) {
+    for (const LinkIndex first : {LinkIndex{1}, LinkIndex{2}}) {  // n2-n3 and n3-n4
+      Simulation simulation(make_ring({.nodes = 4}), options);
+      Inspection inspection(simulation);
+      simulation.run_for(100 * kMillisecondUs);
+      simulation.crash(kNode);
+      simulation.cut(first);
+      simulation.run_for(kMillisecondUs);
+      simulation.restart(kNode);
+      simulation.run_for(moment_us);
+      simulation.cut(3 - first);
+      simulation.run_for(10 * kMillisecondUs);
+      EXPECT_TRUE(inspection.clean()) << "after " << moment_us << " us\n"
+                                      << text_of(violations(inspection));
+    }
+  }
+}
+
 // One switch at a time, at any node and port, forced and manual, given and cleared.
 TEST_P(CleanRing, HasNoViolationUnderSwitchesAtBothRingRoles) {
   for (const uint32_t ring_role : {0U, 1U}) {
