@@ -312,8 +312,15 @@ void EventQueue::refuse_frame(RingPort& port, Packet& packet) {
 // To refuse 100,000 frames a second takes a fifth of a processor, which a link change then waits
 // for. For a second at a time the kernel drops most of what shows itself to be a flood.
 void EventQueue::thin_out_flood(RingPort& port, Packet& packet) {
-  const auto flood = flood_watches_[port.id].refused(packet.frame(), packet.length, mono_now_ns());
-  if (!flood || port.frames.thin_out(&*flood) != 0) {
+  const int64_t now_ns = mono_now_ns();
+  auto flood = flood_watches_[port.id].refused(packet.frame(), packet.length, now_ns);
+  if (!flood) {
+    return;
+  }
+  if (!flood->content) {
+    flood->spared = flood_guard_.trusted_node(port.id, flood->source, now_ns);
+  }
+  if (port.frames.thin_out(&*flood) != 0) {
     return;
   }
   if (thinned_ == 0) {

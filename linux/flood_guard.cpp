@@ -5,17 +5,16 @@
 namespace erps::linux_platform {
 namespace {
 
-constexpr size_t kSourceOffset = 6;
 constexpr size_t kAddressesLength = 12;
 // Tag, PDU and their end; what may be behind them says nothing.
 constexpr size_t kTellingLength = 60;
 
-uint64_t source_of(const uint8_t* frame, size_t length) {
-  uint64_t address = 0;
-  for (size_t i = kSourceOffset; i < std::min(length, kAddressesLength); ++i) {
-    address = address << 8U | frame[i];
+uint64_t number_of(const MacAddress& address) {
+  uint64_t number = 0;
+  for (const uint8_t byte : address) {
+    number = number << 8U | byte;
   }
-  return address;
+  return number;
 }
 
 // FNV-1a
@@ -30,50 +29,77 @@ uint64_t content_of(const uint8_t* frame, size_t length) {
 }  // namespace
 
 bool FloodGuard::admits(uint32_t port, const uint8_t* frame, size_t length, int64_t now_ns) {
+  const RapsSender sender = sender_of(frame, length);
+  const Look look{.address = number_of(sender.source),
+                  .node = sender.node(),
+                  .content = content_of(frame, length),
+                  .now_ns = now_ns};
   Port& at = ports_[port];
-  const uint64_t address = source_of(frame, length);
-  const auto found = at.sources.find(address);
-  return found == at.sources.end() ? admits_new(at, address, now_ns)
-                                   : admits_known(at, found->second, frame, length, now_ns);
+  const auto found = at.sources.find(look.address);
+  return found == at.sources.end() ? admits_new(at, look) : admits_known(at, found->second, look);
 }
 
-bool FloodGuard::admits_new(Port& port, uint64_t address, int64_t now_ns) {
-  Source source{
-      .own = TokenBucket(kOfSource, now_ns), .kept_to_it_since_ns = now_ns, .heard_ns = now_ns};
-  const bool proven = std::any_of(ports_.begin(), ports_.end(), [&](const auto& other) {
-    const auto found = other.second.sources.find(address);
-    return found != other.second.sources.end() && is_proven(found->second, now_ns);
-  });
-  if (proven) {
-    source.kept_to_it_since_ns = now_ns - kProvenNs;
-  } else if (!port.strangers.take(now_ns) || !make_room(port.sources, now_ns)) {
+bool FloodGuard::admits_new(Port& port, const Look& frame) {
+  Source source{.own = TokenBucket(kOfSource, frame.now_ns),
+                .node = frame.node,
+                .kept_to_it_since_ns = frame.now_ns,
+                .heard_ns = frame.now_ns};
+  if (const Source* elsewhere = find_proven(frame); elsewhere != nullptr) {
+    source.node = elsewhere->node;
+    source.kept_to_it_since_ns = elsewhere->kept_to_it_since_ns;
+    return admits_known(port, port.sources.emplace(frame.address, source).first->second, frame);
+  }
+  if (!port.strangers.take(frame.now_ns) || !make_room(port.sources, frame.now_ns)) {
     return false;
   }
-  source.own.take(now_ns);
-  port.sources.emplace(address, source);
+  source.own.take(frame.now_ns);
+  port.sources.emplace(frame.address, source);
   return true;
 }
 
-bool FloodGuard::admits_known(Port& port, Source& source, const uint8_t* frame, size_t length,
-                              int64_t now_ns) {
-  source.heard_ns = now_ns;
-  if (!source.own.take(now_ns)) {
-    source.kept_to_it_since_ns = now_ns;
-  } else if (is_proven(source, now_ns)) {
+bool FloodGuard::admits_known(Port& port, Source& source, const Look& frame) {
+  source.heard_ns = frame.now_ns;
+  if (frame.node == source.node) {
+    if (!source.own.take(frame.now_ns)) {
+      source.kept_to_it_since_ns = frame.now_ns;
+    } else if (is_proven(source, frame.now_ns)) {
+      return true;
+    }
+  }
+  if (port.all.take(frame.now_ns)) {
     return true;
   }
-  if (port.all.take(now_ns)) {
-    return true;
-  }
-  const uint64_t content = content_of(frame, length);
-  if (content == source.flood) {
+  if (frame.content == source.flood) {
     return false;
   }
-  if (port.besides_floods.take(now_ns)) {
+  if (port.besides_floods.take(frame.now_ns)) {
     return true;
   }
-  source.flood = content;
+  source.flood = frame.content;
   return false;
+}
+
+std::optional<MacAddress> FloodGuard::trusted_node(uint32_t port, const MacAddress& source,
+                                                   int64_t now_ns) const {
+  const auto at = ports_.find(port);
+  if (at == ports_.end()) {
+    return {};
+  }
+  const auto found = at->second.sources.find(number_of(source));
+  if (found == at->second.sources.end() || !is_proven(found->second, now_ns)) {
+    return {};
+  }
+  return found->second.node;
+}
+
+const FloodGuard::Source* FloodGuard::find_proven(const Look& frame) const {
+  for (const auto& [port, at] : ports_) {
+    const auto found = at.sources.find(frame.address);
+    if (found != at.sources.end() && is_proven(found->second, frame.now_ns)) {
+      return &found->second;
+    }
+  }
+  return nullptr;
 }
 
 bool FloodGuard::is_proven(const Source& source, int64_t now_ns) {

@@ -4,8 +4,9 @@
 // forwarded, the whole ring. A node sends a few frames at a change and one every five seconds
 // behind it, so budgets that no honest node can exhaust are still small:
 //
-// - At each port a source address has one of its own. A source that has kept to it for a while is
-//   let in whatever the others do.
+// - At each port a source address has one of its own, for the node ID that it was first heard with,
+//   so that invented nodes cost it nothing. A source that has kept to it for a while is let in
+//   whatever the others do.
 // - A source that was let in like that at one port is at another one, too: no node is heard through
 //   the blocked port of the RPL before the failure that it tells of.
 // - The first frame of a source that no port knows comes out of a budget for such sources.
@@ -22,8 +23,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <unordered_map>
 
+#include "linux/raps_sender.h"
 #include "linux/token_bucket.h"
 
 namespace erps::linux_platform {
@@ -44,15 +47,20 @@ class FloodGuard {
   // Whether the frame that came in at the port, from its destination address on, is let in.
   bool admits(uint32_t port, const uint8_t* frame, size_t length, int64_t now_ns);
 
+  // The node ID with which the source is let in at the port whatever the others do, if it is.
+  std::optional<MacAddress> trusted_node(uint32_t port, const MacAddress& source,
+                                         int64_t now_ns) const;
+
  private:
   struct Source {
     TokenBucket own;
+    std::optional<MacAddress> node;
     uint64_t flood = 0;  // what it repeats, as a hash of the frame behind the addresses
     int64_t kept_to_it_since_ns = 0;
     int64_t heard_ns = 0;
   };
 
-  using Sources = std::unordered_map<uint64_t, Source>;
+  using Sources = std::unordered_map<uint64_t, Source>;  // by address
 
   struct Port {
     Port() { sources.reserve(kSources); }
@@ -63,11 +71,19 @@ class FloodGuard {
     TokenBucket strangers{kOfStrangers, 0};
   };
 
+  // What is looked at of a frame.
+  struct Look {
+    uint64_t address;
+    std::optional<MacAddress> node;
+    uint64_t content;  // a hash of it
+    int64_t now_ns;
+  };
+
   static bool is_proven(const Source& source, int64_t now_ns);
   static bool make_room(Sources& sources, int64_t now_ns);
-  static bool admits_known(Port& port, Source& source, const uint8_t* frame, size_t length,
-                           int64_t now_ns);
-  bool admits_new(Port& port, uint64_t address, int64_t now_ns);
+  static bool admits_known(Port& port, Source& source, const Look& frame);
+  bool admits_new(Port& port, const Look& frame);
+  const Source* find_proven(const Look& frame) const;
 
   std::map<uint32_t, Port> ports_;
 };

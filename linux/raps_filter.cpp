@@ -6,6 +6,7 @@ namespace {
 constexpr uint16_t kLoadWord = BPF_LD | BPF_W | BPF_ABS;
 constexpr uint16_t kLoadHalf = BPF_LD | BPF_H | BPF_ABS;
 constexpr uint16_t kLoadByteBehind = BPF_LD | BPF_B | BPF_IND;  // X bytes further
+constexpr uint16_t kLoadHalfBehind = BPF_LD | BPF_H | BPF_IND;
 constexpr uint16_t kLoadWordBehind = BPF_LD | BPF_W | BPF_IND;
 constexpr uint16_t kSetX = BPF_LDX | BPF_IMM;
 constexpr uint16_t kJump = BPF_JMP | BPF_JA;
@@ -73,7 +74,8 @@ FilterProgram make_thinning_filter(const FrameMatch& match, const FloodMatch& fl
                                    uint32_t matched, uint32_t other) {
   constexpr uint32_t kRandom = static_cast<uint32_t>(SKF_AD_OFF + SKF_AD_RANDOM);
   constexpr uint32_t kSource = 6;
-  constexpr uint32_t kContent = 4;  // in the PDU
+  constexpr uint32_t kContent = 4;  // in the PDU, as the next one is
+  constexpr uint32_t kNodeId = 6;
   FilterProgram tests = {
       {kLoadWord, 0, 0, kSource},
       {kJumpEqual, 0, 0, word(flood.source.data())},
@@ -86,9 +88,16 @@ FilterProgram make_thinning_filter(const FrameMatch& match, const FloodMatch& fl
                                {kLoadWordBehind, 0, 0, kContent + 4},
                                {kJumpEqual, 0, 0, word(flood.content->data() + 4)}});
   }
+  const size_t in_common = tests.size();
+  if (flood.spared) {  // the last of them jumps to what matched
+    tests.insert(tests.end(), {{kLoadWordBehind, 0, 0, kNodeId},
+                               {kJumpEqual, 0, 2, word(flood.spared->data())},
+                               {kLoadHalfBehind, 0, 0, kNodeId + 4},
+                               {kJumpEqual, 3, 0, half(*flood.spared)}});
+  }
   tests.push_back({kLoadWord, 0, 0, kRandom});
   tests.push_back({kAnd, 0, 0, kThinning - 1});
-  for (size_t i = 0; i < tests.size(); ++i) {
+  for (size_t i = 0; i < in_common; ++i) {
     if (tests[i].code == kJumpEqual) {
       tests[i].jf = static_cast<uint8_t>(tests.size() - i);  // what is no part of the flood matches
     }

@@ -31,6 +31,8 @@ struct FloodMatch {
   MacAddress source{};
   // Request, status and node ID, where they are all the same.
   std::optional<std::array<uint8_t, 8>> content;
+  // Where they are not: the node ID whose messages are none of the flood's.
+  std::optional<MacAddress> spared;
 };
 
 using FilterProgram = std::vector<sock_filter>;

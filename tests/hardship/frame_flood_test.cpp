@@ -149,6 +149,22 @@ INSTANTIATE_TEST_SUITE_P(
                       Kind{"InventedByNeighbours", "invented", kOfTheNeighbours}),
     [](const auto& kind) { return std::string(kind.param.name); });
 
+// Nobody else tells of a switch: n2 is heard through the flood that comes with its address.
+TEST_F(FrameFlood, SwitchAtANodeWhoseAddressFloodsIsHeard) {
+  ASSERT_NO_FATAL_FAILURE(
+      start("[expect]\nduplicates = 0\n"
+            "[[step]]\nwait_ms = 2000\n"
+            "[[step]]\nforced_switch = \"n2:n2-n3\"\noutage_ms = 50\n"
+            "[[step]]\nwait_ms = 1000\n"));
+  flood({"InventedByNeighbours", "invented", kOfTheNeighbours}, kLongestRun);
+  ASSERT_NO_FATAL_FAILURE(await("  forced switch at "));
+  EXPECT_TRUE(flooded()) << lab_->out_so_far();
+  end_floods();
+  expect_flooded();
+  const LabResult result = lab_->wait(kLongestRun);
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
+
 // Messages that tell a state are believed: R-APS carries no proof of who sent it. What they cannot
 // do is open a failed link's ports or stop the traffic of a ring that protects, and what they did
 // is over with them.

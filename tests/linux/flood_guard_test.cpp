@@ -151,15 +151,43 @@ TEST_F(FloodGuardTest, FloodWithANodesAddressAtOnePortLeavesItHeardAtAnother) {
     EXPECT_TRUE(admits(raps_frame(1, 100, kNoRequest, 7), kOtherPort));
     now_ns_ += kSecondNs;
   }
-  flood_varied(7, kPort, 10 * kSecondNs);
-  flood_varied(66, kOtherPort, kSecondNs);
+  for (int i = 0; i < 1000; ++i) {
+    flood(raps_frame(1, 100, kNoRequest, 7), kSecondNs / 1000);
+    flood_varied(66, kOtherPort, kSecondNs / 1000);
+  }
   EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, 7), kOtherPort));
+}
+
+TEST_F(FloodGuardTest, NodeIsHeardThroughAFloodOfInventedOnesWithItsOwnAddress) {
+  prove(7);
+  for (int second = 0; second < 10; ++second) {
+    flood_varied(7, kPort, kSecondNs);
+    for (int repeat = 0; repeat < 3; ++repeat) {
+      EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, 7))) << second;
+      EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, 7), kOtherPort)) << second;
+      flood_varied(7, kOtherPort, kSecondNs / 100);
+    }
+  }
+}
+
+TEST_F(FloodGuardTest, NodeThatFloodsIsTrustedNoMore) {
+  const MacAddress address{0x02, 0, 0, 0, 0, 7};
+  EXPECT_FALSE(guard_.trusted_node(kPort, address, now_ns_));
+  prove(7);
+  EXPECT_EQ(guard_.trusted_node(kPort, address, now_ns_), address);
+  flood_varied(7, kPort, kSecondNs);
+  EXPECT_EQ(guard_.trusted_node(kPort, address, now_ns_), address);
+  flood(raps_frame(1, 100, kNoRequest, 7), kSecondNs / 10);
+  EXPECT_FALSE(guard_.trusted_node(kPort, address, now_ns_));
+  EXPECT_FALSE(guard_.trusted_node(kPort, {}, now_ns_));
+  EXPECT_FALSE(guard_.trusted_node(kOtherPort, address, now_ns_));
 }
 
 // An address that floods one port is nobody to be let in at another whatever the others do.
 TEST_F(FloodGuardTest, SourceThatFloodsOnePortIsNotTrustedAtAnother) {
+  const Bytes attack = raps_frame(1, 100, kNoRequest, 66);
   for (int i = 0; i < 2000; ++i) {
-    flood_varied(66, kPort, kSecondNs / 1000);
+    flood(attack, kSecondNs / 1000);
     flood_varied(9, kOtherPort, kSecondNs / 1000);
   }
   const Bytes repeated = raps_frame(1, 100, kSignalFail, 66);
