@@ -137,8 +137,13 @@ void Network::send(NodeIndex node, uint32_t port_number, const Frame& frame) {
 void Network::launch(LinkIndex link, size_t end, const Frame& frame) {
   const LinkPlan& plan = plans_[link];
   Strand& along = strand(link, end);
-  int64_t arrival = world_.now_us() + world_.links_chance.in(plan.delay_us);
-  if (frame.is_raps() && world_.links_chance.per_million(plan.raps.overtaken)) {
+  int64_t arrival = world_.now_us();
+  if (!frame.is_raps()) {
+    // As fast as the link can be, so that data draws nothing and holds nothing up: R-APS arrives at
+    // the same time with traffic and without.
+    arrival = std::max(arrival + plan.delay_us.low, along.last_arrival_us);
+  } else if (arrival += world_.links_chance.in(plan.delay_us);
+             world_.links_chance.per_million(plan.raps.overtaken)) {
     arrival += 3 * plan.delay_us.high;
   } else {
     arrival = std::max(arrival, along.last_arrival_us);

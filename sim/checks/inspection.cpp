@@ -73,6 +73,8 @@ struct Inspection::Checkers {
 
 Inspection::Inspection(Simulation& simulation)
     : simulation_(simulation), checkers_(std::make_unique<Checkers>(simulation)) {
+  // A module whose records cannot be found is not judged, whatever it does before they are needed.
+  simulation.records(0);
   for (Observer* observer : checkers_->observers()) {
     simulation.observe(*observer);
   }

@@ -6,8 +6,8 @@
 //   inspection.expect_home();
 //   for (const sim::Finding& finding : inspection.findings()) ...
 //
-// Threading: the simulation's. Errors: those of the simulation's run_ functions, out of
-// expect_home().
+// Threading: the simulation's. Errors: SimError for a module whose records cannot be found, and
+// those of the simulation's run_ functions, out of expect_home().
 #pragma once
 
 #include <memory>

@@ -138,6 +138,39 @@ TEST(Data, LearntAddressesAreForgottenWhenTheRingTurns) {
   EXPECT_TRUE(arrives(4, 1));
 }
 
+// A run that is looked at with traffic is the same that was found without.
+TEST(Data, DoesNotChangeWhatTheRingsDo) {
+  class Messages : public Observer {
+   public:
+    void on_record(const Record& record) override {
+      if (record.kind != RecordKind::kProbe && record.kind != RecordKind::kFlush) {
+        hash.add(record);
+      }
+    }
+    TraceHash hash;
+  };
+  const auto hash_of_run = [](bool with_traffic) {
+    Messages messages;
+    TestNetwork network(make_ring({.nodes = 6, .delay_us = {50, 5000}}), 1);
+    network.simulation.observe(messages);
+    const auto run = [&](int64_t duration_us) {
+      for (int64_t passed_us = 0; passed_us < duration_us; passed_us += kMillisecondUs) {
+        if (with_traffic) {
+          network.simulation.send_probe(1, 4);
+        }
+        network.simulation.run_for(kMillisecondUs);
+      }
+    };
+    run(kSettledUs);
+    network.simulation.cut(2);
+    run(kSettledUs);
+    network.simulation.restore(2);
+    run(kSettledUs);
+    return messages.hash.value();
+  };
+  EXPECT_EQ(hash_of_run(false), hash_of_run(true));
+}
+
 TEST(Data, NoFramePassesACutLinkOrADeadNode) {
   Probes probes;
   TestNetwork network(make_ring({.nodes = 4}), 1);
