@@ -2,13 +2,12 @@
 
 #include <algorithm>
 
+#include "sim/checks/ring_questions.h"
+
 namespace erps::sim {
 
 namespace {
 
-constexpr uint32_t kSubRingRole = 2;
-constexpr uint8_t kNrCode = 0;
-constexpr uint8_t kSfCode = 11;
 constexpr uint32_t kCut = 1;
 constexpr uint32_t kWhole = 2;
 
@@ -17,8 +16,7 @@ bool is_open(const PortSnapshot& port) {
 }
 
 bool waits(const RingSnapshot& ring) {
-  return ring.local_priority == static_cast<uint32_t>(RingRequest::kWtr) ||
-         ring.local_priority == static_cast<uint32_t>(RingRequest::kWtb);
+  return has_local(ring, RingRequest::kWtr) || has_local(ring, RingRequest::kWtb);
 }
 
 // Failures that two nodes tell of are counted again with every repetition.
@@ -83,9 +81,8 @@ void Hearing::settle_without_waiting() {
       for (RingSnapshot& ring : at) {
         if (waits(ring)) {
           RingModel model(ring);
-          model.offer(ring.local_priority == static_cast<uint32_t>(RingRequest::kWtr)
-                          ? RingRequest::kWtrExpires
-                          : RingRequest::kWtbExpires,
+          model.offer(has_local(ring, RingRequest::kWtr) ? RingRequest::kWtrExpires
+                                                         : RingRequest::kWtbExpires,
                       {});
           ring = model.now;
           waited = true;
@@ -123,8 +120,8 @@ void Hearing::fail(const LinkEnd& end) {
 
 void Hearing::speak(NodeIndex node, const RingSnapshot& ring) {
   way_.clear();
-  Message message{node,  ring.ring,          ring.tx_request, ring.tx_rb,
-                  false, ring.local_node_id, ring.tx_bpr};
+  Message message{node, ring.ring,          ring.tx_request, ring.tx_rb,
+                  {},   ring.local_node_id, ring.tx_bpr};
   if (ring.ring_role == kSubRingRole) {
     send_to_major_ring(node, ring, message);
     if (ring.ports[0].link_up) {
@@ -135,8 +132,9 @@ void Hearing::speak(NodeIndex node, const RingSnapshot& ring) {
   const SubRingConfig* sub_ring = sub_ring_of(node, ring.ring);
   const bool marks = sub_ring != nullptr && sub_ring->interconnection_role != 1;
   for (const PortSnapshot& port : ring.ports) {
-    message.marked =
-        message.marked || (marks && static_cast<int32_t>(port.port) != ring.inter_fault_port);
+    if (marks && static_cast<int32_t>(port.port) != ring.inter_fault_port) {
+      message.marks = {sub_ring->ring};  // what is marked for one port stays so for the next
+    }
     if (port.link_up && (ring.ring_role == 1 || port.forwarding)) {
       send({node, port.port}, message);
     }
@@ -251,11 +249,17 @@ void Hearing::concern(NodeIndex speaker) {
   }
 }
 
+bool Hearing::is_marked(const Message& message, uint32_t sub_ring) const {
+  return tells_marks_apart_ ? std::find(message.marks.begin(), message.marks.end(), sub_ring) !=
+                                  message.marks.end()
+                            : !message.marks.empty();
+}
+
 // The watching node counts failures on either side of it, by who tells them.
 void Hearing::watch_major_ring(NodeIndex node, PortSnapshot& in, const PortSnapshot& out,
                                const SubRingConfig& sub_ring, Message& message) {
   if (sub_ring.interconnection_role != 1) {
-    message.marked = true;
+    message.marks.push_back(sub_ring.ring);
     return;
   }
   const bool other_is_sound = out.fail_count == 0 && out.link_up;
@@ -265,7 +269,7 @@ void Hearing::watch_major_ring(NodeIndex node, PortSnapshot& in, const PortSnaps
       indicate(node, sub_ring.ring, kWhole);
     }
   };
-  if (message.marked) {
+  if (is_marked(message, sub_ring.ring)) {
     if (in.fail_count != 0) {
       in.fail_count = 0;
       on_sound();

@@ -30,6 +30,10 @@ class Hearing {
 
   RingSnapshot* ring(NodeIndex node, uint32_t ring);
 
+  // A watching node takes a message for marked only where its own sub-ring's other end has marked
+  // it.
+  void tell_marks_apart() { tells_marks_apart_ = true; }
+
   // Who has heard something new, who has said it and who has passed it on.
   const std::set<NodeIndex>& concerned() const { return concerned_; }
 
@@ -41,7 +45,7 @@ class Hearing {
     uint32_t ring = 0;
     uint8_t code = 0;
     bool rb = false;
-    bool marked = false;  // by an interconnection node that does not watch
+    std::vector<uint32_t> marks;  // the sub-rings whose marking nodes it has passed
     MacAddress node_id{};
     bool bpr = false;
   };
@@ -58,11 +62,13 @@ class Hearing {
   void indicate(NodeIndex node, uint32_t sub_ring, uint32_t indication);
   void concern(NodeIndex speaker);
   const SubRingConfig* sub_ring_of(NodeIndex node, uint32_t major_ring) const;
+  bool is_marked(const Message& message, uint32_t sub_ring) const;
 
   const Topology& topology_;
   const std::vector<bool> carries_;
   std::vector<LinkEnd> way_;  // of the present message, in the order of arrival
   std::set<NodeIndex> concerned_;
+  bool tells_marks_apart_ = false;
 };
 
 }  // namespace erps::sim

@@ -4,24 +4,12 @@
 
 #include "sim/checks/convergence.h"
 #include "sim/checks/graph.h"
-#include "sim/checks/ring_model.h"
+#include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
 
 namespace erps::sim {
 
 namespace {
-
-constexpr uint8_t kSfMessage = 11;
-constexpr uint32_t kSubRingRole = 2;
-
-bool is(const RingSnapshot& ring, RingState state) {
-  return ring.state == static_cast<uint32_t>(state);
-}
-
-bool has_failed_link(const RingSnapshot& ring) {
-  return std::any_of(ring.ports.begin(), ring.ports.end(),
-                     [](const PortSnapshot& port) { return port.present && !port.link_up; });
-}
 
 bool opens_a_port(const RingSnapshot& before, const RingSnapshot& after) {
   for (size_t i = 0; i < before.ports.size(); ++i) {
@@ -32,15 +20,16 @@ bool opens_a_port(const RingSnapshot& before, const RingSnapshot& after) {
   return false;
 }
 
-bool has_block(const RingSnapshot& ring) {
+// With or without a link.
+bool has_blocked_port(const RingSnapshot& ring) {
   return std::any_of(ring.ports.begin(), ring.ports.end(),
                      [](const PortSnapshot& port) { return port.present && !port.forwarding; });
 }
 
 // A non-revertive ring goes on repeating its R-APS(SF) when the link is back.
 bool repeats_an_old_failure(const RingSnapshot& ring) {
-  return !ring.revertive && is(ring, RingState::kPending) && ring.sending &&
-         ring.tx_request == kSfMessage && !has_failed_link(ring);
+  return !ring.revertive && is(ring, RingState::kPending) && sends(ring, kSfCode) &&
+         !has_failed_link(ring);
 }
 
 // Another port had failed first, or a switch was forced: it was left forwarding.
@@ -52,15 +41,14 @@ bool is_left_open(const RingSnapshot& ring, uint32_t port) {
 
 // A sub-ring's end starts pending with its port open, and repeats R-APS(NR) as if it blocked.
 bool is_open_end(const RingSnapshot& ring) {
-  constexpr uint8_t kNrMessage = 0;
-  return ring.ring_role == kSubRingRole && is(ring, RingState::kPending) && ring.sending &&
-         ring.tx_request == kNrMessage && !ring.tx_rb && ring.ports[0].forwarding;
+  return ring.ring_role == kSubRingRole && is(ring, RingState::kPending) && sends(ring, kNrCode) &&
+         !ring.tx_rb && ring.ports[0].forwarding;
 }
 
 // The watching node's end of a sub-ring, as long as the major ring is cut on both sides.
 bool is_open_for_major_ring(const RingSnapshot& ring) {
   return ring.ring_role == kSubRingRole && ring.ports[0].forwarding &&
-         ring.local_priority == static_cast<uint32_t>(RingRequest::kMs);
+         has_local(ring, RingRequest::kMs);
 }
 
 std::string in_milliseconds(int64_t time_us) {
@@ -104,7 +92,7 @@ void LoopJudge::on_record(const Record& record) {
 
 void LoopJudge::on_step(const Step& step) {
   // What nobody has blocked since may close another loop.
-  if (step.after == nullptr || has_block(*step.after)) {
+  if (step.after == nullptr || has_blocked_port(*step.after)) {
     std::erase_if(openings_, [&](const Opening& one) {
       return one.ring == step.ring() && one.to_us < step.from_us - kSecondUs;
     });
@@ -114,6 +102,9 @@ void LoopJudge::on_step(const Step& step) {
   if (open_ && *loop_.cause.surprise == '\0') {
     loop_.cause = cause_at(loop_.from_us);
   }
+  if (open_ && loop_.cause.surprise == surprise::kTwoRepair && two_repair()) {
+    loop_.cause.most_us = step.to_us - loop_.from_us + bounds_.repeat_us;
+  }
 }
 
 void LoopJudge::watch_opening(const Step& step) {
@@ -121,11 +112,9 @@ void LoopJudge::watch_opening(const Step& step) {
     return;
   }
   // Whose own reason to block is over has a guard time against what was said before.
-  constexpr uint8_t kNrMessage = 0;
   if ((step.cause == Step::Cause::kLink || step.cause == Step::Cause::kCommand) &&
       step.before != nullptr && !is(*step.before, RingState::kPending) &&
-      is(*step.after, RingState::kPending) && step.after->sending &&
-      step.after->tx_request == kNrMessage) {
+      is(*step.after, RingState::kPending) && sends(*step.after, kNrCode)) {
     guarded_until_us_[{step.node, step.ring()}] =
         step.from_us + int64_t{topology_.nodes[step.node].guard_ms} * kMillisecondUs;
   }
@@ -150,7 +139,7 @@ const char* LoopJudge::surprise_of(const Step& step) const {
       continue;
     }
     const RingSnapshot* ring = watch_.ring(sender, step.ring());
-    if (ring != nullptr && has_block(*ring)) {
+    if (ring != nullptr && has_blocked_port(*ring)) {
       return "";
     }
     const bool is_said =
@@ -176,42 +165,64 @@ bool LoopJudge::tells_of_failure(const MacAddress& id, uint32_t ring) const {
   for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
     const RingSnapshot* at = watch_.ring(node, ring);
     if (at != nullptr && at->local_node_id == id) {
-      return at->sending && at->tx_request == kSfMessage;
+      return sends(*at, kSfCode);
     }
   }
   return false;
 }
 
+std::vector<LoopJudge::Watching> LoopJudge::open_watching_ends() const {
+  std::vector<Watching> ends;
+  for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
+    for (const SubRingConfig& config : topology_.nodes[node].sub_rings) {
+      const RingSnapshot* major = watch_.ring(node, config.major_ring);
+      const RingSnapshot* sub_ring = watch_.ring(node, config.ring);
+      if (major == nullptr || sub_ring == nullptr || !is_open_for_major_ring(*sub_ring)) {
+        continue;
+      }
+      const auto is_cut = [](const PortSnapshot& port) {
+        return !port.link_up || port.fail_count != 0;
+      };
+      const auto is_old = [&](const PortSnapshot& port) {
+        return port.link_up && !tells_of_failure(port.rx_node_id, major->ring);
+      };
+      ends.push_back({major->ring, sub_ring->ring,
+                      std::all_of(major->ports.begin(), major->ports.end(), is_cut),
+                      std::any_of(major->ports.begin(), major->ports.end(), is_old)});
+    }
+  }
+  return ends;
+}
+
+// A major ring is cut into two, and more than one sub-ring joins them.
+bool LoopJudge::two_repair() const {
+  std::map<uint32_t, uint32_t> repaired;  // by major ring, the sub-ring
+  const auto ends = open_watching_ends();
+  return std::any_of(ends.begin(), ends.end(), [&](const Watching& end) {
+    return end.is_cut && !end.is_old &&
+           repaired.try_emplace(end.major_ring, end.sub_ring).first->second != end.sub_ring;
+  });
+}
+
 // The watching node took its major ring for cut on both sides. What it was told last may be over;
 // what is told still, it hears the end of.
-LoopJudge::Cause LoopJudge::cause_by_count(NodeIndex node, const RingSnapshot& sub_ring) const {
-  for (const SubRingConfig& config : topology_.nodes[node].sub_rings) {
-    const RingSnapshot* major =
-        config.ring == sub_ring.ring ? watch_.ring(node, config.major_ring) : nullptr;
-    if (major == nullptr) {
-      continue;
-    }
-    const bool is_cut =
-        std::all_of(major->ports.begin(), major->ports.end(),
-                    [](const PortSnapshot& port) { return !port.link_up || port.fail_count != 0; });
-    if (!is_cut) {
-      return {surprise::kOldCount, bounds_.transit_us};  // it is about to close
-    }
-    const bool is_old =
-        std::any_of(major->ports.begin(), major->ports.end(), [&](const PortSnapshot& port) {
-          return port.link_up && !tells_of_failure(port.rx_node_id, major->ring);
-        });
-    return is_old ? Cause{surprise::kOldCount} : Cause{surprise::kOldCount, bounds_.repeat_us};
+LoopJudge::Cause LoopJudge::cause_by_count() const {
+  Cause cause{"", 0};
+  for (const Watching& end : open_watching_ends()) {
+    const Cause by_this{surprise::kOldCount, !end.is_cut   ? bounds_.transit_us  // about to close
+                                             : !end.is_old ? bounds_.repeat_us
+                                                           : Cause{}.most_us};
+    cause = by_this.most_us > cause.most_us ? by_this : cause;
   }
-  return {};
+  return cause;
 }
 
 bool LoopJudge::owner_waits(uint32_t ring) const {
   for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
     const RingSnapshot* at = watch_.ring(node, ring);
-    if (at != nullptr && (at->node_role & 1U) != 0) {
-      return !dead_[node] && (at->local_priority == static_cast<uint32_t>(RingRequest::kWtr) ||
-                              at->local_priority == static_cast<uint32_t>(RingRequest::kWtb));
+    if (at != nullptr && is_owner(*at)) {
+      return !dead_[node] &&
+             (has_local(*at, RingRequest::kWtr) || has_local(*at, RingRequest::kWtb));
     }
   }
   return false;
@@ -251,17 +262,7 @@ LoopJudge::Cause LoopJudge::cause_at(int64_t time_us) const {
       return is_bounded ? Cause{last->surprise, home_bound_us(topology_)} : Cause{last->surprise};
     }
   }
-  for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
-    const auto& rings = watch_.rings(node);
-    for (const RingSnapshot& ring : rings) {
-      if (is_open_for_major_ring(ring)) {
-        if (const Cause cause = cause_by_count(node, ring); *cause.surprise != '\0') {
-          return cause;
-        }
-      }
-    }
-  }
-  return {};
+  return two_repair() ? Cause{surprise::kTwoRepair, bounds_.repeat_us} : cause_by_count();
 }
 
 void LoopJudge::on_forwarding(int64_t time_us, const Forwarding& forwarding) {

@@ -2,14 +2,12 @@
 
 #include <algorithm>
 
-#include "sim/checks/ring_model.h"
+#include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
 
 namespace erps::sim {
 
 namespace {
-
-constexpr uint32_t kEventRequest = 14;
 
 uint32_t id_end(const MacAddress& address) {
   return uint32_t{address[4]} << 8U | address[5];
@@ -28,12 +26,6 @@ bool has_ring(const NodePlan& node, uint32_t ring) {
                      [=](const RingConfig& at) { return at.ring == ring; }) ||
          std::any_of(node.sub_rings.begin(), node.sub_rings.end(),
                      [=](const SubRingConfig& at) { return at.ring == ring; });
-}
-
-bool has_block(const RingSnapshot& ring) {
-  return std::any_of(ring.ports.begin(), ring.ports.end(), [](const PortSnapshot& port) {
-    return port.present && port.link_up && !port.forwarding;
-  });
 }
 
 RingRequest request_in(const RapsMessage& message) {
@@ -209,7 +201,7 @@ void Mishaps::on_received(const Record& record) {
   const auto at = std::find_if(rings.begin(), rings.end(), [&](const RingSnapshot& ring) {
     return (ring.ring & 0xFFU) == message.ring();
   });
-  if (at == rings.end() || message.request() == kEventRequest) {
+  if (at == rings.end() || message.request() == kEventCode) {
     return;
   }
   auto& heard = members_[record.node].heard;
@@ -251,6 +243,11 @@ void Mishaps::on_step(const Step& step) {
   if (step.before->local_priority > after.local_priority) {
     on_ended_request(step);
   }
+  // Nor does a switch yield to what was said before it was given.
+  if (step.cause == Step::Cause::kCommand && has_local(after, RingRequest::kMs) &&
+      !has_local(*step.before, RingRequest::kMs) && waits_to_hear(step.node, after)) {
+    mishaps_.push_back({step.from_us, surprise::kManualSplit, step.node, repeat_us_});
+  }
   add_who_has_to_hear_twice(step);
 }
 
@@ -266,6 +263,11 @@ void Mishaps::add_who_has_to_hear_twice(const Step& step) {
       has_block(after)) {
     add_here(surprise::kHeardTwice, (after.state == kManual ? 2 : 1) * repeat_us_);
   }
+  // Nor is that of who repeats a forced switch that was cleared.
+  if (step.cause == Step::Cause::kLink && step.up && after.local_priority == 0 &&
+      sends(after, kFsCode) && has_block(after)) {
+    add_here(surprise::kForcedStuck, repeat_us_);
+  }
   if (step.cause != Step::Cause::kFrame || (after.ring & 0xFFU) != step.message.ring() ||
       before.state == after.state || !matters(after, step.message)) {
     return;
@@ -279,20 +281,26 @@ void Mishaps::add_who_has_to_hear_twice(const Step& step) {
   }
 }
 
+// Whether somebody repeats what the node would heed now, and has yet to hear again.
+bool Mishaps::waits_to_hear(NodeIndex node, const RingSnapshot& ring) const {
+  for (NodeIndex speaker = 0; speaker < members_.size(); ++speaker) {
+    const RingSnapshot* said = watch_.ring(speaker, ring.ring);
+    const auto summary = [](const RingSnapshot& from) {
+      return uint32_t{from.tx_request} << 12U | (from.tx_rb ? 0x80U : 0U);
+    };
+    if (speaker != node && said != nullptr && said->sending && matters(ring, {summary(*said), 0})) {
+      return true;
+    }
+  }
+  return false;
+}
+
 // What was refused while a local request stood is not heard again before it is repeated.
 void Mishaps::on_ended_request(const Step& step) {
   const RingSnapshot& after = *step.after;
-  Member& member = members_[step.node];
-  for (NodeIndex speaker = 0; speaker < members_.size(); ++speaker) {
-    const RingSnapshot* said = watch_.ring(speaker, after.ring);
-    const auto summary = [](const RingSnapshot& ring) {
-      return uint32_t{ring.tx_request} << 12U | (ring.tx_rb ? 0x80U : 0U);
-    };
-    if (speaker != step.node && said != nullptr && said->sending &&
-        matters(after, {summary(*said), 0})) {
-      mishaps_.push_back({step.from_us, surprise::kOutranked, step.node, repeat_us_});
-      break;
-    }
+  const Member& member = members_[step.node];
+  if (waits_to_hear(step.node, after)) {
+    mishaps_.push_back({step.from_us, surprise::kOutranked, step.node, repeat_us_});
   }
   // A switch that is cleared before anybody has heard of it leaves the others where they were.
   if (member.held_back_us >= 0 && step.from_us - member.held_back_us < repeat_us_) {

@@ -75,6 +75,7 @@ class Mishaps final : public Observer, public StepListener {
   void add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const RingSnapshot& ring);
   void add(const Record& record, const char* surprise) { add(record, surprise, repeat_us_); }
   void add(const Record& record, const char* surprise, int64_t lasts_us);
+  bool waits_to_hear(NodeIndex node, const RingSnapshot& ring) const;
   void on_ended_request(const Step& step);
   void add_who_has_to_hear_twice(const Step& step);
   void on_new_message(const Step& step);

@@ -76,6 +76,21 @@ void PartitionJudge::on_record(const Record& record) {
 void PartitionJudge::on_step(const Step& step) {
   step_changed_ = step_changed_ || step.before == nullptr || step.after == nullptr ||
                   *step.before != *step.after;
+  watch_repair(step);
+}
+
+// A sub-ring that stands in for its major ring does so by a manual switch at its end.
+void PartitionJudge::watch_repair(const Step& step) {
+  const auto repairs = [](const RingSnapshot* ring) {
+    return ring != nullptr && ring->ring_role == kSubRingRole &&
+           has_local(*ring, RingRequest::kMs) && ring->ports[0].forwarding;
+  };
+  const std::pair<NodeIndex, uint32_t> end{step.node, step.ring()};
+  if (step.cause == Step::Cause::kIndication || step.after == nullptr || repairs(step.after)) {
+    last_.repairs_taken.erase(end);
+  } else if (repairs(step.before)) {
+    last_.repairs_taken.insert(end);
+  }
 }
 
 void PartitionJudge::on_event_done(int64_t time_us, NodeIndex /*node*/) {

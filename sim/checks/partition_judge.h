@@ -47,6 +47,7 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
     const char* surprise = nullptr;
   };
 
+  void watch_repair(const Step& step);
   void note(int64_t time_us);
   void look();
   void find_reason(int64_t time_us);

@@ -8,8 +8,7 @@
 #include <set>
 #include <vector>
 
-#include "sim/checks/hearing.h"
-#include "sim/forwarding.h"
+#include "sim/checks/suppositions.h"
 
 namespace erps::sim {
 
@@ -19,15 +18,6 @@ struct PartitionReason {
   std::vector<const char*> surprises;  // all of them together; none when nothing explains it
 
   friend bool operator==(const PartitionReason&, const PartitionReason&) = default;
-};
-
-// How things stand in a partition.
-struct Circumstances {
-  Forwarding forwarding;
-  std::vector<bool> carriers;  // by 2 * link + end, whether the end has one
-  std::vector<bool> open;      // ... and whether its port forwards
-  std::vector<bool> dead;      // by node, whether it has power and no module
-  Hearing::Rings rings;        // none where no module runs
 };
 
 // The surprises that keep a network from coming home by itself, which has been left alone for long;

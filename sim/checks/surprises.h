@@ -25,6 +25,9 @@ inline constexpr char kHoldoffEnded[] = "first of two failures in a hold-off";
 inline constexpr char kHoldoffLate[] = "hold-off that is over when the link comes back";
 // The watching node's count of a failure was cleared, and who tells of it is known already.
 inline constexpr char kUncounted[] = "failure of the major ring that is not counted";
+// The marking node of one sub-ring marks what passes, and the watching node of another one of the
+// same major ring takes it for sound.
+inline constexpr char kForeignMark[] = "failure of the major ring behind another sub-ring's mark";
 // The platform refused what the module asked of it.
 inline constexpr char kCallFailed[] = "platform call failed";
 // The module of a node is dead: its ports stay as they are, and it passes on no message.
@@ -49,6 +52,9 @@ inline constexpr char kManualSplit[] = "manual switch beside another block";
 // A manual switch goes on in its node when a failure or a forced switch takes over, and outranks
 // NR.
 inline constexpr char kManualOutlives[] = "manual switch outlives what took over";
+// The watching end of a sub-ring joins a split major ring by a manual switch of its own. A failure
+// or a command there takes it away, and it is not told of the split again.
+inline constexpr char kRepairTaken[] = "sub-ring that forgot the split of its major ring";
 // Only R-APS(NR) ends protection, manual and forced; NR,RB does not.
 inline constexpr char kNoNr[] = "node that heard no R-APS(NR)";
 // The owner came to pending without a blocked port of its own to clear: it waits for nothing.
@@ -65,6 +71,9 @@ inline constexpr char kOldMessage[] = "message heard when it is no longer true";
 // The watching node has yet to hear that a failure is over, and its end of the sub-ring stays open,
 // or takes the next failure for a cut on both sides.
 inline constexpr char kOldCount[] = "failure of the major ring counted when it is over";
+// Each watching node opens its end of a sub-ring when the major ring is cut into two: a loop
+// through both sub-rings until the major ring has but one cut.
+inline constexpr char kTwoRepair[] = "two sub-rings repair the same split";
 // Both ends of a restored link repeat R-APS(SF), and each opens on the other's.
 inline constexpr char kCrossedFailures[] = "R-APS(SF) of both ends of a restored link crossed";
 // An interconnection node that starts: its end of the sub-ring is open and repeats R-APS(NR), and

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "sim/checks/ring_model.h"
+#include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
 
 namespace erps::sim {
@@ -15,7 +15,7 @@ constexpr int64_t kRepetitionUs = 5 * kSecondUs;
 constexpr int64_t kLateUs = 100 * kMillisecondUs;
 constexpr std::array<const char*, 4> kNames{"WTR", "WTB", "guard", "hold-off"};
 
-bool is(uint32_t state, RingState expected) {
+bool is_in(uint32_t state, RingState expected) {
   return state == static_cast<uint32_t>(expected);
 }
 
@@ -23,12 +23,16 @@ bool runs(const RingSnapshot& ring, RingRequest delay) {
   return ring.local_priority == static_cast<uint32_t>(delay);
 }
 
-// The guard starts where a node's own reason to block has gone.
+// The guard starts where a node's own reason to block has gone. A clear that finds no block leaves
+// alone the one that runs.
 bool starts_guard(const Step& step) {
   const uint32_t from = step.before->state;
-  return is(step.after->state, RingState::kPending) && step.after->guard_running &&
-         (is(from, RingState::kProtection) || is(from, RingState::kManual) ||
-          is(from, RingState::kForced));
+  if (step.cause == Step::Cause::kCommand && !has_block(*step.before)) {
+    return false;
+  }
+  return is_in(step.after->state, RingState::kPending) && step.after->guard_running &&
+         (is_in(from, RingState::kProtection) || is_in(from, RingState::kManual) ||
+          is_in(from, RingState::kForced));
 }
 
 std::string in_seconds(int64_t time_us) {
@@ -144,7 +148,7 @@ void TimerChecker::on_step(const Step& step) {
 
   // The end of a hold-off stops what waits, too.
   const bool expired =
-      step.cause == Step::Cause::kTimer && !is(after.state, RingState::kProtection);
+      step.cause == Step::Cause::kTimer && !is_in(after.state, RingState::kProtection);
   const auto follow = [&](Kind kind, bool ran, bool runs_now) {
     if (ran && !runs_now) {
       if (expired || (kind == kHoldoff && step.cause == Step::Cause::kTimer)) {

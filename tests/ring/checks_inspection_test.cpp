@@ -9,6 +9,7 @@
 #include "sim/checks/state_checker.h"
 #include "sim/checks/surprises.h"
 #include "tests/ring/test_network.h"
+#include "tests/ring/violations.h"
 
 namespace erps::sim {
 
@@ -24,21 +25,6 @@ std::vector<uint8_t> sound_frame() {
                              0,    32,   0xB0, 0x20, 0x02, 0,   0,    0,    0,    3};
   frame.resize(55);
   return frame;
-}
-
-std::vector<Finding> violations(Inspection& inspection) {
-  auto findings = inspection.findings();
-  std::erase_if(findings, [](const Finding& finding) { return !finding.is_violation(); });
-  return findings;
-}
-
-std::string text_of(const std::vector<Finding>& findings) {
-  std::string text;
-  for (const Finding& finding : findings) {
-    text += finding.check + " " + std::to_string(finding.from_us) + ".." +
-            std::to_string(finding.to_us) + ": " + finding.text + "\n";
-  }
-  return text;
 }
 
 }  // namespace
@@ -176,6 +162,25 @@ TEST_F(Planted, ARepetitionOfASlowClockIsFound) {
   simulation.set_clock_drift(0, -500'000);
   simulation.run_for(60 * kSecondUs);
   EXPECT_TRUE(found(inspection, "timer"));
+}
+
+// It finds no block whose link is up, and leaves alone the guard time of the clear before.
+TEST(Inspection, TakesNoGuardTimeForStartedByAClearThatFindsNoBlock) {
+  Simulation simulation(make_ring({.guard_ms = 3000}), options_with(1));
+  Inspection inspection(simulation);
+  inspection.expect_home();
+  const auto give = [&](mgmt::Command command, uint32_t port) {
+    EXPECT_TRUE(simulation.execute(1, make_request(command, {kRing, port})).accepted());
+  };
+  give(mgmt::kManualSwitch, 1);
+  simulation.run_for(kSettledUs);
+  give(mgmt::kClear, 0);
+  give(mgmt::kForcedSwitch, 1);
+  simulation.cut(0);
+  simulation.run_for(2 * kSecondUs);
+  give(mgmt::kClear, 0);
+  simulation.run_for(kSettledUs);
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
 }
 
 // Somebody sends under the address of a node that is elsewhere; no flush ever touches it.

@@ -1,0 +1,240 @@
+// What the protocol does by itself, each thing with its name, and what keeps a network from it.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+#include "sim/checks/graph.h"
+#include "sim/checks/surprises.h"
+#include "tests/ring/test_network.h"
+#include "tests/ring/violations.h"
+
+namespace erps::sim {
+
+namespace {
+
+using testing::AllOf;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::Field;
+using testing::IsEmpty;
+using testing::Not;
+
+std::vector<Finding> loops_in(Inspection& inspection) {
+  auto findings = inspection.findings();
+  std::erase_if(findings, [](const Finding& finding) { return finding.check != "loop"; });
+  return findings;
+}
+
+}  // namespace
+
+// The R-APS(SF) of either end takes three seconds over the RPL. When it comes to the other end the
+// link is back, and who takes it for news opens its port.
+TEST(LoopOfAnOldMessage, IsThereWhereTheGuardTimeIsShorterThanAMessagesWay) {
+  const auto loops_with = [](uint32_t guard_ms) {
+    Topology topology = make_ring({.ring_role = 1, .guard_ms = guard_ms});
+    constexpr LinkIndex kRpl = 3;
+    topology.links[kRpl].delay_us = {3 * kSecondUs, 3 * kSecondUs};
+    Simulation simulation(topology, options_with(1));
+    Inspection inspection(simulation);
+    simulation.run_for(60 * kSecondUs);
+    simulation.cut(1);
+    simulation.run_for(kSecondUs);
+    simulation.restore(1);
+    simulation.run_for(60 * kSecondUs);
+    return loops_in(inspection);
+  };
+  const auto with_short_guard = loops_with(500);
+  EXPECT_THAT(with_short_guard, Not(IsEmpty()));
+  EXPECT_THAT(with_short_guard, Each(Field(&Finding::surprise, surprise::kOldMessage)));
+  EXPECT_THAT(loops_with(4000), IsEmpty());
+}
+
+// The watching node is not told that the RPL of the major ring is back, and takes the next failure
+// for a cut on both sides: it opens the sub-ring beside the major ring, which is whole but for one
+// link, until it hears from the other side.
+TEST(LoopOfAnOldCount, IsThereWhileTheWatchingNodeHasNotHeardOfARestore) {
+  constexpr LinkIndex kToWatchingNode = 0;
+  constexpr LinkIndex kBetweenInterconnectionNodes = 1;
+  constexpr LinkIndex kRpl = 3;
+  const auto loops_when = [&](bool told) {
+    Topology topology = make_ladder({});
+    topology.links[kToWatchingNode].delay_us = {5 * kMillisecondUs, 5 * kMillisecondUs};
+    Simulation simulation(topology, options_with(1));
+    Inspection inspection(simulation);
+    inspection.expect_home();
+    simulation.cut(kRpl);
+    simulation.run_for(kSettledUs);
+    if (!told) {
+      simulation.fail_strand(kToWatchingNode, 0, true);
+    }
+    simulation.restore(kRpl);
+    simulation.run_for(kSecondUs);
+    simulation.repair_strand(kToWatchingNode, 0);
+    simulation.cut(kBetweenInterconnectionNodes);
+    simulation.run_for(kSettledUs);
+    EXPECT_FALSE(has_loop(simulation.forwarding()));
+    simulation.restore(kBetweenInterconnectionNodes);
+    inspection.expect_home();
+    EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+    return loops_in(inspection);
+  };
+  EXPECT_THAT(loops_when(false),
+              AllOf(Not(IsEmpty()), Each(Field(&Finding::surprise, surprise::kOldCount))));
+  EXPECT_THAT(loops_when(true), IsEmpty());
+}
+
+// An end that starts is open and says R-APS(NR): its neighbour on the sub-ring, which blocks, hands
+// over to it when that is repeated, where it has the lower node ID.
+TEST(LoopOfAnOpenEnd, LastsFromTheStartOfAnInterconnectionNodeUntilTheOwnersWtrIsOver) {
+  constexpr NodeIndex kMarkingNode = 2;
+  const auto loops_with = [](uint32_t wtr_ms) {
+    Simulation simulation(make_ladder({.wtr_ms = wtr_ms}), options_with(1));
+    Inspection inspection(simulation);
+    inspection.expect_home();
+    simulation.crash(kMarkingNode);
+    simulation.run_for(kSettledUs);
+    EXPECT_THAT(loops_in(inspection), IsEmpty());
+    simulation.restart(kMarkingNode);
+    inspection.expect_home();
+    EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+    return loops_in(inspection);
+  };
+  constexpr uint32_t kLongWtrMs = 20'000;
+  const auto with_long_wtr = loops_with(kLongWtrMs);
+  EXPECT_THAT(with_long_wtr, Not(IsEmpty()));
+  int64_t longest_us = 0;
+  for (const Finding& loop : with_long_wtr) {
+    EXPECT_EQ(loop.surprise, surprise::kOpenEnd);
+    longest_us = std::max(longest_us, loop.to_us - loop.from_us);
+  }
+  EXPECT_GT(longest_us, 10 * kSecondUs);
+  EXPECT_LT(longest_us, kLongWtrMs * kMillisecondUs);
+  // The owner blocks the RPL before the repetition.
+  EXPECT_THAT(loops_with(3000), IsEmpty());
+}
+
+// The sub-ring comes home while its major ring is split, and joins the parts. A switch that is
+// forced at that end in between makes it forget, and it does not do so again.
+TEST(SubRing, ForgetsTheSplitOfItsMajorRingWhenACommandTakesThePlaceOfItsOwnSwitch) {
+  constexpr NodeIndex kWatchingNode = 1;
+  constexpr uint32_t kSubRing = 2;
+  constexpr uint32_t kSubRingPort = 3;
+  constexpr LinkIndex kOfSubRing = 4;
+  for (const bool switched : {false, true}) {
+    Simulation simulation(make_ladder({}), options_with(1));
+    Inspection inspection(simulation);
+    inspection.expect_home();
+    simulation.cut(kOfSubRing);
+    simulation.run_for(kSettledUs);
+    simulation.restore(kOfSubRing);
+    simulation.run_for(2 * kSecondUs);
+    simulation.cut(0);
+    simulation.cut(1);
+    simulation.run_for(2 * kSettledUs);
+    EXPECT_FALSE(has_partition(simulation.forwarding()));
+    if (switched) {
+      simulation.execute(kWatchingNode,
+                         make_request(mgmt::kForcedSwitch, {kSubRing, kSubRingPort}));
+      simulation.run_for(kSettledUs);
+      simulation.execute(kWatchingNode, make_request(mgmt::kClear, {kSubRing}));
+    }
+    simulation.run_for(60 * kSecondUs);
+    EXPECT_EQ(has_partition(simulation.forwarding()), switched);
+    simulation.restore(0);
+    simulation.run_for(2 * kSettledUs);
+    EXPECT_FALSE(has_partition(simulation.forwarding()));
+    EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+    const auto found = inspection.findings();
+    EXPECT_EQ(std::any_of(found.begin(), found.end(),
+                          [](const Finding& finding) {
+                            return finding.surprise.find(surprise::kRepairTaken) !=
+                                   std::string::npos;
+                          }),
+              switched);
+  }
+}
+
+// Two sub-rings of one major ring, of nodes 0 to 3: the ladder's one at nodes 1, which watches, and
+// 2, and another one at nodes 0, which watches, and 3.
+class TwoSubRings : public testing::Test {
+ protected:
+  static Topology topology() {
+    constexpr uint32_t kMajorRing = 1;
+    constexpr uint32_t kSecond = 3;
+    Topology topology = make_ladder({});
+    const RingConfig middle = topology.nodes[4].rings[0];
+    const auto add_node = [&](uint8_t end_of_address, uint32_t role, uint32_t port0,
+                              uint32_t port1) {
+      NodePlan node = topology.nodes[4];
+      node.name = "n" + std::to_string(topology.nodes.size() + 1);
+      node.address.back() = end_of_address;
+      node.rings = {middle};
+      node.rings[0].ring = kSecond;
+      node.rings[0].node_role = role;
+      node.rings[0].port0 = port0;
+      node.rings[0].port1 = port1;
+      topology.nodes.push_back(node);
+    };
+    add_node(0, 1, 1, 2);   // the owner, with the lowest address
+    add_node(99, 2, 2, 1);  // the neighbour, whose RPL port leads to the owner
+    constexpr uint32_t kPort = 3;
+    topology.nodes[0].sub_rings.push_back({kMajorRing, kSecond, kPort, 4, 1});
+    topology.nodes[3].sub_rings.push_back({kMajorRing, kSecond, kPort, 4, 0});
+    const Range delay_us = topology.links[0].delay_us;
+    topology.links.push_back({{LinkEnd{0, kPort}, LinkEnd{6, 1}}, delay_us, {}});
+    topology.links.push_back({{LinkEnd{6, 2}, LinkEnd{7, 1}}, delay_us, {}});
+    topology.links.push_back({{LinkEnd{7, 2}, LinkEnd{3, kPort}}, delay_us, {}});
+    return topology;
+  }
+
+  void SetUp() override {
+    inspection.expect_home();
+    ASSERT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  }
+  std::vector<std::string> names_of(const std::string& check, int64_t longer_than_us) {
+    std::vector<std::string> names;
+    for (const Finding& finding : inspection.findings()) {
+      if (finding.check == check && finding.to_us - finding.from_us > longer_than_us) {
+        names.push_back(finding.surprise);
+      }
+    }
+    return names;
+  }
+
+  Simulation simulation{topology(), options_with(1)};
+  Inspection inspection{simulation};
+};
+
+// Links 1-2 and 3-0: either half of the major ring has an end of either sub-ring.
+TEST_F(TwoSubRings, BothJoinTheHalvesOfTheirMajorRingUntilOneIsBrokenByHand) {
+  simulation.cut(1);
+  simulation.run_for(kSettledUs);
+  EXPECT_THAT(loops_in(inspection), IsEmpty());
+  simulation.cut(3);
+  simulation.run_for(60 * kSecondUs);
+  EXPECT_TRUE(has_loop(simulation.forwarding()));
+  simulation.execute(6, make_request(mgmt::kForcedSwitch, {3, 1}));
+  simulation.run_for(kSecondUs);
+  EXPECT_FALSE(has_loop(simulation.forwarding()));
+  EXPECT_FALSE(has_partition(simulation.forwarding()));
+  EXPECT_THAT(names_of("loop", kSecondUs), Each(std::string(surprise::kTwoRepair)));
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+}
+
+// Link 2-3 lies between the marking nodes: what either says of it is marked, and not counted.
+TEST_F(TwoSubRings, DoNotRepairASplitBehindEachOthersMarks) {
+  simulation.cut(2);
+  simulation.run_for(kSettledUs);
+  simulation.cut(1);
+  simulation.run_for(60 * kSecondUs);
+  EXPECT_TRUE(has_partition(simulation.forwarding()));
+  simulation.restore(2);
+  simulation.run_for(kSettledUs);
+  EXPECT_FALSE(has_partition(simulation.forwarding()));
+  EXPECT_THAT(names_of("partition", 30 * kSecondUs),
+              ElementsAre(testing::HasSubstr(surprise::kForeignMark)));
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+}
+
+}  // namespace erps::sim
