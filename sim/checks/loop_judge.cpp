@@ -188,7 +188,8 @@ std::vector<LoopJudge::Watching> LoopJudge::open_watching_ends() const {
       };
       ends.push_back({major->ring, sub_ring->ring,
                       std::all_of(major->ports.begin(), major->ports.end(), is_cut),
-                      std::any_of(major->ports.begin(), major->ports.end(), is_old)});
+                      std::any_of(major->ports.begin(), major->ports.end(), is_old),
+                      is(*sub_ring, RingState::kManual)});
     }
   }
   return ends;
@@ -209,9 +210,11 @@ bool LoopJudge::two_repair() const {
 LoopJudge::Cause LoopJudge::cause_by_count() const {
   Cause cause{"", 0};
   for (const Watching& end : open_watching_ends()) {
-    const Cause by_this{surprise::kOldCount, !end.is_cut   ? bounds_.transit_us  // about to close
-                                             : !end.is_old ? bounds_.repeat_us
-                                                           : Cause{}.most_us};
+    const Cause by_this = end.is_cut && !end.is_old ? Cause{surprise::kOldCount, bounds_.repeat_us}
+                          : end.is_cut              ? Cause{surprise::kOldCount}
+                          : end.heeds_end  // it is about to close
+                              ? Cause{surprise::kOldCount, bounds_.transit_us}
+                              : Cause{surprise::kRepairOutlives};
     cause = by_this.most_us > cause.most_us ? by_this : cause;
   }
   return cause;

@@ -58,8 +58,9 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
   struct Watching {
     uint32_t major_ring = 0;
     uint32_t sub_ring = 0;
-    bool is_cut = false;  // on both sides
-    bool is_old = false;  // and who told of it does so no more
+    bool is_cut = false;     // on both sides
+    bool is_old = false;     // and who told of it does so no more
+    bool heeds_end = false;  // of the split
   };
   std::vector<Watching> open_watching_ends() const;
   bool two_repair() const;

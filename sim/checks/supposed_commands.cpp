@@ -114,6 +114,18 @@ bool suppose_no_repair_taken(Supposition& suppose) {
   return any;
 }
 
+// Who went idle by a clear.
+bool suppose_neighbour_blocks(Supposition& suppose) {
+  constexpr uint32_t kNeighbour = 2;
+  return suppose.change_rings([](RingSnapshot& ring) {
+    for (PortSnapshot& port : ring.ports) {
+      if (is(ring, RingState::kIdle) && ring.node_role == kNeighbour && port.present && port.rpl) {
+        port.forwarding = false;
+      }
+    }
+  });
+}
+
 bool suppose_no_manual_outlives(Supposition& suppose) {
   return end_switch_where(suppose, outlives);
 }

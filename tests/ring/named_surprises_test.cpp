@@ -155,6 +155,74 @@ TEST(SubRing, ForgetsTheSplitOfItsMajorRingWhenACommandTakesThePlaceOfItsOwnSwit
   }
 }
 
+// Another manual switch takes the end that joins the major ring to pending, where it does not heed
+// the end of the split: it goes on repeating R-APS(MS), its port is open, and the RPL opens on
+// that.
+TEST(SubRing, GoesOnJoiningItsMajorRingWhereAManualSwitchMetItsOwn) {
+  constexpr NodeIndex kWatchingNode = 1;
+  constexpr NodeIndex kOwner = 4;
+  constexpr uint32_t kSubRing = 2;
+  Simulation simulation(make_ladder({}), options_with(1));
+  Inspection inspection(simulation);
+  inspection.expect_home();
+  simulation.cut(0);
+  simulation.cut(1);
+  simulation.run_for(kSettledUs);
+  // A node that starts says R-APS(NR), and the others take a switch again.
+  simulation.kill_module(5);
+  simulation.start_module(5);
+  simulation.run_for(kSecondUs);
+  const auto give = [&](NodeIndex node, mgmt::Command command, uint32_t port = 0) {
+    EXPECT_TRUE(simulation.execute(node, make_request(command, {kSubRing, port})).accepted());
+    simulation.run_for(kSecondUs / 2);
+  };
+  give(kOwner, mgmt::kManualSwitch, 1);
+  give(kOwner, mgmt::kClear);
+  EXPECT_FALSE(has_loop(simulation.forwarding()));
+  simulation.restore(0);
+  simulation.run_for(60 * kSecondUs);
+  EXPECT_TRUE(has_loop(simulation.forwarding()));
+  const auto loops = loops_in(inspection);
+  ASSERT_THAT(loops, Not(IsEmpty()));
+  EXPECT_EQ(loops.back().surprise, surprise::kRepairOutlives);
+
+  give(kWatchingNode, mgmt::kClear);
+  give(kOwner, mgmt::kForcedSwitch, 1);
+  EXPECT_FALSE(has_loop(simulation.forwarding()));
+  give(kOwner, mgmt::kClear);
+  simulation.restore(1);
+  inspection.expect_home();
+  EXPECT_FALSE(has_loop(simulation.forwarding()));
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+}
+
+// A clear that finds it pending takes it to idle, and only R-APS(NR,RB) in pending blocks.
+TEST(Neighbour, GoesIdleWithTheRplOpenByAClearWhilePending) {
+  constexpr NodeIndex kOwner = 0;
+  constexpr NodeIndex kNeighbour = 3;
+  Simulation simulation(make_ring({}), options_with(1));
+  Inspection inspection(simulation);
+  const auto give = [&](NodeIndex node, mgmt::Command command, uint32_t port = 0) {
+    EXPECT_TRUE(simulation.execute(node, make_request(command, {kRing, port})).accepted());
+    simulation.run_for(kSecondUs);
+  };
+  inspection.expect_home();
+  give(1, mgmt::kManualSwitch, 1);
+  give(kNeighbour, mgmt::kManualSwitch, 1);  // noted, and nothing more
+  give(1, mgmt::kClear);
+  simulation.run_for(kSettledUs);
+  EXPECT_FALSE(simulation.port_forwards({kOwner, 1}));
+  give(2, mgmt::kManualSwitch, 1);
+  give(2, mgmt::kClear);
+  give(kNeighbour, mgmt::kClear);
+  inspection.expect_home();
+  EXPECT_TRUE(simulation.port_forwards({kNeighbour, 2}));
+  EXPECT_FALSE(simulation.port_forwards({kOwner, 1}));
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  EXPECT_THAT(inspection.findings(),
+              Contains(Field(&Finding::surprise, testing::HasSubstr(surprise::kNeighbourOpen))));
+}
+
 // Two sub-rings of one major ring, of nodes 0 to 3: the ladder's one at nodes 1, which watches, and
 // 2, and another one at nodes 0, which watches, and 3.
 class TwoSubRings : public testing::Test {
