@@ -318,7 +318,7 @@ void EventQueue::thin_out_flood(RingPort& port, Packet& packet) {
     return;
   }
   if (!flood->content) {
-    flood->spared = flood_guard_.trusted_node(port.id, flood->source, now_ns);
+    flood->spared = flood_guard_.trusted_nodes(port.id, flood->source, now_ns);
   }
   if (port.frames.thin_out(&*flood) != 0) {
     return;

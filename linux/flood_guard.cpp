@@ -30,12 +30,12 @@ uint64_t content_of(const uint8_t* frame, size_t length) {
 
 bool FloodGuard::admits(uint32_t port, const uint8_t* frame, size_t length, int64_t now_ns) {
   const RapsSender sender = sender_of(frame, length);
-  const Look look{.address = number_of(sender.source),
+  const Look look{.address = sender.source,
                   .node = sender.node(),
                   .content = content_of(frame, length),
                   .now_ns = now_ns};
   Port& at = ports_[port];
-  const auto found = at.sources.find(look.address);
+  const auto found = at.sources.find(number_of(look.address));
   return found == at.sources.end() ? admits_new(at, look) : admits_known(at, found->second, look);
 }
 
@@ -47,22 +47,23 @@ bool FloodGuard::admits_new(Port& port, const Look& frame) {
   if (const Source* elsewhere = find_proven(frame); elsewhere != nullptr) {
     source.node = elsewhere->node;
     source.kept_to_it_since_ns = elsewhere->kept_to_it_since_ns;
-    return admits_known(port, port.sources.emplace(frame.address, source).first->second, frame);
-  }
-  if (!port.strangers.take(frame.now_ns) || !make_room(port.sources, frame.now_ns)) {
+    source.first_frames = 0;
+  } else if (!port.strangers.take(frame.now_ns) || !make_room(port.sources, frame.now_ns)) {
     return false;
   }
-  source.own.take(frame.now_ns);
-  port.sources.emplace(frame.address, source);
-  return true;
+  const auto added = port.sources.emplace(number_of(frame.address), source).first;
+  return admits_known(port, added->second, frame);
 }
 
 bool FloodGuard::admits_known(Port& port, Source& source, const Look& frame) {
   source.heard_ns = frame.now_ns;
-  if (frame.node == source.node) {
+  if (is_own(source, frame)) {
     if (!source.own.take(frame.now_ns)) {
       source.kept_to_it_since_ns = frame.now_ns;
     } else if (is_proven(source, frame.now_ns)) {
+      return true;
+    } else if (source.first_frames > 0) {
+      --source.first_frames;
       return true;
     }
   }
@@ -79,8 +80,12 @@ bool FloodGuard::admits_known(Port& port, Source& source, const Look& frame) {
   return false;
 }
 
-std::optional<MacAddress> FloodGuard::trusted_node(uint32_t port, const MacAddress& source,
-                                                   int64_t now_ns) const {
+bool FloodGuard::is_own(const Source& source, const Look& frame) {
+  return frame.node == source.node || frame.node == frame.address;
+}
+
+std::vector<MacAddress> FloodGuard::trusted_nodes(uint32_t port, const MacAddress& source,
+                                                  int64_t now_ns) const {
   const auto at = ports_.find(port);
   if (at == ports_.end()) {
     return {};
@@ -89,12 +94,16 @@ std::optional<MacAddress> FloodGuard::trusted_node(uint32_t port, const MacAddre
   if (found == at->second.sources.end() || !is_proven(found->second, now_ns)) {
     return {};
   }
-  return found->second.node;
+  std::vector<MacAddress> nodes{source};
+  if (const auto& node = found->second.node; node && *node != source) {
+    nodes.push_back(*node);
+  }
+  return nodes;
 }
 
 const FloodGuard::Source* FloodGuard::find_proven(const Look& frame) const {
   for (const auto& [port, at] : ports_) {
-    const auto found = at.sources.find(frame.address);
+    const auto found = at.sources.find(number_of(frame.address));
     if (found != at.sources.end() && is_proven(found->second, frame.now_ns)) {
       return &found->second;
     }

@@ -89,11 +89,13 @@ FilterProgram make_thinning_filter(const FrameMatch& match, const FloodMatch& fl
                                {kJumpEqual, 0, 0, word(flood.content->data() + 4)}});
   }
   const size_t in_common = tests.size();
-  if (flood.spared) {  // the last of them jumps to what matched
+  std::vector<size_t> spares;
+  for (const MacAddress& node : flood.spared) {
     tests.insert(tests.end(), {{kLoadWordBehind, 0, 0, kNodeId},
-                               {kJumpEqual, 0, 2, word(flood.spared->data())},
+                               {kJumpEqual, 0, 2, word(node.data())},
                                {kLoadHalfBehind, 0, 0, kNodeId + 4},
-                               {kJumpEqual, 3, 0, half(*flood.spared)}});
+                               {kJumpEqual, 0, 0, half(node)}});
+    spares.push_back(tests.size() - 1);
   }
   tests.push_back({kLoadWord, 0, 0, kRandom});
   tests.push_back({kAnd, 0, 0, kThinning - 1});
@@ -101,6 +103,9 @@ FilterProgram make_thinning_filter(const FrameMatch& match, const FloodMatch& fl
     if (tests[i].code == kJumpEqual) {
       tests[i].jf = static_cast<uint8_t>(tests.size() - i);  // what is no part of the flood matches
     }
+  }
+  for (const size_t i : spares) {
+    tests[i].jt = static_cast<uint8_t>(tests.size() - i);
   }
   FilterProgram program = start_filter(match, other);
   program.insert(program.end(), tests.begin(), tests.end());

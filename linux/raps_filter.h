@@ -31,8 +31,8 @@ struct FloodMatch {
   MacAddress source{};
   // Request, status and node ID, where they are all the same.
   std::optional<std::array<uint8_t, 8>> content;
-  // Where they are not: the node ID whose messages are none of the flood's.
-  std::optional<MacAddress> spared;
+  // Where they are not: the node IDs whose messages are none of the flood's.
+  std::vector<MacAddress> spared;
 };
 
 using FilterProgram = std::vector<sock_filter>;

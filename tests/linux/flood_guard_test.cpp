@@ -48,12 +48,11 @@ class FloodGuardTest : public ::testing::Test {
   // What all sources together are allowed within so many seconds, be they as many as they are, as
   // long as none of them keeps to its own budget.
   static int64_t most_within(int64_t seconds) {
-    int64_t most = 1;
-    for (const Budget& budget :
-         {FloodGuard::kOfAll, FloodGuard::kBesidesFloods, FloodGuard::kOfStrangers}) {
-      most += budget.burst + budget.per_second * seconds;
-    }
-    return most;
+    const auto within = [&](const Budget& budget) {
+      return budget.burst + budget.per_second * seconds;
+    };
+    return within(FloodGuard::kOfAll) + within(FloodGuard::kBesidesFloods) +
+           within(FloodGuard::kOfStrangers) * FloodGuard::kFirstFrames + 1;
   }
 
   // A source that has been heard for long enough.
@@ -172,15 +171,17 @@ TEST_F(FloodGuardTest, NodeIsHeardThroughAFloodOfInventedOnesWithItsOwnAddress) 
 
 TEST_F(FloodGuardTest, NodeThatFloodsIsTrustedNoMore) {
   const MacAddress address{0x02, 0, 0, 0, 0, 7};
-  EXPECT_FALSE(guard_.trusted_node(kPort, address, now_ns_));
+  const std::vector<MacAddress> nobody;
+  const std::vector<MacAddress> itself{address};
+  EXPECT_EQ(guard_.trusted_nodes(kPort, address, now_ns_), nobody);
   prove(7);
-  EXPECT_EQ(guard_.trusted_node(kPort, address, now_ns_), address);
+  EXPECT_EQ(guard_.trusted_nodes(kPort, address, now_ns_), itself);
   flood_varied(7, kPort, kSecondNs);
-  EXPECT_EQ(guard_.trusted_node(kPort, address, now_ns_), address);
+  EXPECT_EQ(guard_.trusted_nodes(kPort, address, now_ns_), itself);
   flood(raps_frame(1, 100, kNoRequest, 7), kSecondNs / 10);
-  EXPECT_FALSE(guard_.trusted_node(kPort, address, now_ns_));
-  EXPECT_FALSE(guard_.trusted_node(kPort, {}, now_ns_));
-  EXPECT_FALSE(guard_.trusted_node(kOtherPort, address, now_ns_));
+  EXPECT_EQ(guard_.trusted_nodes(kPort, address, now_ns_), nobody);
+  EXPECT_EQ(guard_.trusted_nodes(kPort, {}, now_ns_), nobody);
+  EXPECT_EQ(guard_.trusted_nodes(kOtherPort, address, now_ns_), nobody);
 }
 
 // An address that floods one port is nobody to be let in at another whatever the others do.
@@ -192,16 +193,27 @@ TEST_F(FloodGuardTest, SourceThatFloodsOnePortIsNotTrustedAtAnother) {
   }
   const Bytes repeated = raps_frame(1, 100, kSignalFail, 66);
   int admitted = 0;
-  for (int i = 0; i < 10; ++i) {
+  for (int64_t i = 0; i < FloodGuard::kOfSource.burst; ++i) {
     admitted += admits(repeated, kOtherPort) ? 1 : 0;
   }
-  EXPECT_LE(admitted, 1);
+  EXPECT_LE(admitted, FloodGuard::kFirstFrames);
 }
 
 TEST_F(FloodGuardTest, FirstFramesOfNodesThatNobodyKnowsAreHeardThroughAFlood) {
   flood_varied(66, kPort, 10 * kSecondNs);
-  for (uint8_t node = 1; node <= 50; ++node) {
-    EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, node))) << int{node};
+  for (int repeat = 0; repeat < FloodGuard::kFirstFrames; ++repeat) {
+    for (uint8_t node = 1; node <= 50; ++node) {
+      EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, node))) << int{node};
+    }
+    flood_varied(66, kPort, kSecondNs / 100);
+  }
+}
+
+TEST_F(FloodGuardTest, NodeIsHeardAlthoughNodesWithItsAddressWereInventedBefore) {
+  flood_varied(7, kPort, 2 * kSecondNs);
+  for (int repeat = 0; repeat < 20; ++repeat) {
+    EXPECT_TRUE(admits(raps_frame(1, 100, kSignalFail, 7))) << repeat;
+    flood_varied(7, kPort, kSecondNs / 100);
   }
 }
 
