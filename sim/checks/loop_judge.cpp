@@ -45,10 +45,11 @@ bool is_open_end(const RingSnapshot& ring) {
          !ring.tx_rb && ring.ports[0].forwarding;
 }
 
-// The watching node's end of a sub-ring, as long as the major ring is cut on both sides.
+// The watching node's end of a sub-ring, as long as the major ring is cut on both sides. A clear
+// there finds no block to tell of, and the R-APS(MS) goes on.
 bool is_open_for_major_ring(const RingSnapshot& ring) {
   return ring.ring_role == kSubRingRole && ring.ports[0].forwarding &&
-         has_local(ring, RingRequest::kMs);
+         (has_local(ring, RingRequest::kMs) || sends(ring, kMsCode));
 }
 
 std::string in_milliseconds(int64_t time_us) {

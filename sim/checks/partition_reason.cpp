@@ -16,7 +16,7 @@ struct Surprise {
 };
 
 // In the order in which they are supposed away together.
-constexpr std::array<Surprise, 19> kSurprises{{
+constexpr std::array<Surprise, 20> kSurprises{{
     {surprise::kHoldoffLate, suppose_returns_told},
     {surprise::kNoModule, suppose_no_module_dead},
     {surprise::kSilentFailure, suppose_failures_seen},
@@ -30,6 +30,7 @@ constexpr std::array<Surprise, 19> kSurprises{{
     {surprise::kManualSplit, suppose_no_manual_switch},
     {surprise::kManualOutlives, suppose_no_manual_outlives},
     {surprise::kRepairTaken, suppose_no_repair_taken},
+    {surprise::kRepairOutlives, suppose_no_repair_outlives},
     {surprise::kNeighbourOpen, suppose_neighbour_blocks},
     {surprise::kNoNr, suppose_nr_heard},
     {surprise::kNonRevertive, suppose_revertive},

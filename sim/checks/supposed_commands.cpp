@@ -114,6 +114,12 @@ bool suppose_no_repair_taken(Supposition& suppose) {
   return any;
 }
 
+bool suppose_no_repair_outlives(Supposition& suppose) {
+  return end_switch_where(suppose, [](const RingSnapshot& ring) {
+    return ring.ring_role == kSubRingRole && sends(ring, kMsCode) && !is(ring, RingState::kManual);
+  });
+}
+
 // Who went idle by a clear.
 bool suppose_neighbour_blocks(Supposition& suppose) {
   constexpr uint32_t kNeighbour = 2;

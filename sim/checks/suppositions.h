@@ -81,6 +81,7 @@ bool suppose_no_forced_left(Supposition& suppose);
 bool suppose_no_manual_switch(Supposition& suppose);
 bool suppose_no_manual_outlives(Supposition& suppose);
 bool suppose_no_repair_taken(Supposition& suppose);
+bool suppose_no_repair_outlives(Supposition& suppose);
 bool suppose_neighbour_blocks(Supposition& suppose);
 
 // Of what the nodes wait for: supposed_waits.cpp.

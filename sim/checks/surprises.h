@@ -56,7 +56,8 @@ inline constexpr char kManualOutlives[] = "manual switch outlives what took over
 // or a command there takes it away, and it is not told of the split again.
 inline constexpr char kRepairTaken[] = "sub-ring that forgot the split of its major ring";
 // ... and heeds the end of the split in manual only: where a switch of the sub-ring has met its
-// own, it goes on repeating R-APS(MS) with its port open, and who blocks opens on that.
+// own, or a clear has ended that, it goes on repeating R-APS(MS) with its port open, and who blocks
+// opens on that.
 inline constexpr char kRepairOutlives[] = "sub-ring that goes on joining a whole major ring";
 // A clear in pending takes a neighbour to idle as it is; the owner blocks the RPL alone.
 inline constexpr char kNeighbourOpen[] = "neighbour idle with its end of the RPL open";

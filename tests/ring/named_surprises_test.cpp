@@ -196,6 +196,39 @@ TEST(SubRing, GoesOnJoiningItsMajorRingWhereAManualSwitchMetItsOwn) {
   EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
 }
 
+// So does a clear at the watching node, which finds no block there to tell of.
+TEST(SubRing, GoesOnJoiningItsMajorRingWhereItsOwnSwitchWasCleared) {
+  constexpr NodeIndex kWatchingNode = 1;
+  constexpr NodeIndex kOwner = 4;
+  constexpr uint32_t kSubRing = 2;
+  Simulation simulation(make_ladder({}), options_with(1));
+  Inspection inspection(simulation);
+  inspection.expect_home();
+  const auto give = [&](NodeIndex node, mgmt::Command command, uint32_t port = 0) {
+    EXPECT_TRUE(simulation.execute(node, make_request(command, {kSubRing, port})).accepted());
+    simulation.run_for(kSecondUs / 2);
+  };
+  simulation.cut(0);
+  simulation.cut(1);
+  simulation.run_for(kSettledUs);
+  give(kWatchingNode, mgmt::kClear);
+  EXPECT_FALSE(has_loop(simulation.forwarding()));
+  simulation.restore(0);
+  simulation.run_for(60 * kSecondUs);
+  EXPECT_TRUE(has_loop(simulation.forwarding()));
+  const auto loops = loops_in(inspection);
+  ASSERT_THAT(loops, Not(IsEmpty()));
+  EXPECT_EQ(loops.back().surprise, surprise::kRepairOutlives);
+
+  give(kOwner, mgmt::kForcedSwitch, 1);
+  EXPECT_FALSE(has_loop(simulation.forwarding()));
+  give(kOwner, mgmt::kClear);
+  simulation.restore(1);
+  inspection.expect_home();
+  EXPECT_FALSE(has_loop(simulation.forwarding()));
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+}
+
 // A clear that finds it pending takes it to idle, and only R-APS(NR,RB) in pending blocks.
 TEST(Neighbour, GoesIdleWithTheRplOpenByAClearWhilePending) {
   constexpr NodeIndex kOwner = 0;
