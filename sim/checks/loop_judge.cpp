@@ -215,7 +215,7 @@ LoopJudge::Cause LoopJudge::cause_by_count() const {
                           : end.is_cut              ? Cause{surprise::kOldCount}
                           : end.heeds_end  // it is about to close
                               ? Cause{surprise::kOldCount, bounds_.transit_us}
-                              : Cause{surprise::kRepairOutlives};
+                              : Cause{surprise::kSplitOutlived};
     cause = by_this.most_us > cause.most_us ? by_this : cause;
   }
   return cause;

@@ -79,7 +79,21 @@ void PartitionJudge::on_step(const Step& step) {
   watch_repair(step);
 }
 
-// A sub-ring that stands in for its major ring does so by a manual switch at its end.
+// Whether the sub-ring starts where its major ring is cut on both sides.
+bool PartitionJudge::starts_beside_split(const Step& step) const {
+  const bool starts = step.after != nullptr && step.after->enabled &&
+                      (step.before == nullptr || !step.before->enabled);
+  const auto& configs = simulation_.topology().nodes[step.node].sub_rings;
+  return starts && std::any_of(configs.begin(), configs.end(), [&](const SubRingConfig& config) {
+           const RingSnapshot* major = watch_.ring(step.node, config.major_ring);
+           return config.ring == step.ring() && major != nullptr && major->enabled &&
+                  std::none_of(major->ports.begin(), major->ports.end(),
+                               [](const PortSnapshot& port) { return port.link_up; });
+         });
+}
+
+// A sub-ring that stands in for its major ring does so by a manual switch at its end. It is told to
+// only once, and what it is told before it starts is forgotten.
 void PartitionJudge::watch_repair(const Step& step) {
   const auto repairs = [](const RingSnapshot* ring) {
     return ring != nullptr && ring->ring_role == kSubRingRole &&
@@ -87,9 +101,9 @@ void PartitionJudge::watch_repair(const Step& step) {
   };
   const std::pair<NodeIndex, uint32_t> end{step.node, step.ring()};
   if (step.cause == Step::Cause::kIndication || step.after == nullptr || repairs(step.after)) {
-    last_.repairs_taken.erase(end);
-  } else if (repairs(step.before)) {
-    last_.repairs_taken.insert(end);
+    last_.splits_forgotten.erase(end);
+  } else if (repairs(step.before) || starts_beside_split(step)) {
+    last_.splits_forgotten.insert(end);
   }
 }
 

@@ -47,6 +47,7 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
     const char* surprise = nullptr;
   };
 
+  bool starts_beside_split(const Step& step) const;
   void watch_repair(const Step& step);
   void note(int64_t time_us);
   void look();

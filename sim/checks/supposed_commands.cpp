@@ -33,25 +33,28 @@ bool is_cut_off(const RingSnapshot& ring) {
   return is_cut_off(ring.ports[0]) && is_cut_off(ring.ports[1]);
 }
 
-// The watching end of a sub-ring is told again that its major ring is cut, which the switch made it
-// forget.
+// The watching ends of sub-rings are told again that their major ring is cut, which something made
+// them forget.
 template <typename Condition>
-void tell_cuts_again(Supposition& suppose, Condition condition) {
+bool tell_cuts_again(Supposition& suppose, Condition is_meant) {
+  bool any = false;
   for (NodeIndex node = 0; node < suppose.topology.nodes.size(); ++node) {
     for (const SubRingConfig& config : suppose.topology.nodes[node].sub_rings) {
       const RingSnapshot* major = suppose.hearing.ring(node, config.major_ring);
       RingSnapshot* sub_ring = suppose.hearing.ring(node, config.ring);
       if (config.interconnection_role == 1 && major != nullptr && is_cut_off(*major) &&
-          sub_ring != nullptr && condition(*sub_ring)) {
+          sub_ring != nullptr && sub_ring->notify_state != 1 && is_meant(node, *sub_ring)) {
         sub_ring->notify_state = 1;
+        any = true;
       }
     }
   }
+  return any;
 }
 
 template <typename Condition>
 bool end_switch_where(Supposition& suppose, Condition condition) {
-  tell_cuts_again(suppose, condition);
+  tell_cuts_again(suppose, [&](NodeIndex, const RingSnapshot& ring) { return condition(ring); });
   const bool changed = suppose.change_rings([&](RingSnapshot& ring) {
     if (ring.enabled && condition(ring)) {
       end_switch(ring);
@@ -102,19 +105,14 @@ bool suppose_no_manual_switch(Supposition& suppose) {
          });
 }
 
-bool suppose_no_repair_taken(Supposition& suppose) {
-  bool any = false;
-  for (const auto& [node, ring] : suppose.circumstances.repairs_taken) {
-    if (RingSnapshot* end = suppose.hearing.ring(node, ring);
-        end != nullptr && !has_local(*end, RingRequest::kMs) && end->notify_state != 1) {
-      end->notify_state = 1;
-      any = true;
-    }
-  }
-  return any;
+bool suppose_no_split_forgotten(Supposition& suppose) {
+  const auto& forgotten = suppose.circumstances.splits_forgotten;
+  return tell_cuts_again(suppose, [&](NodeIndex node, const RingSnapshot& ring) {
+    return forgotten.count({node, ring.ring}) != 0 && !has_local(ring, RingRequest::kMs);
+  });
 }
 
-bool suppose_no_repair_outlives(Supposition& suppose) {
+bool suppose_no_split_outlived(Supposition& suppose) {
   return end_switch_where(suppose, [](const RingSnapshot& ring) {
     return ring.ring_role == kSubRingRole && sends(ring, kMsCode) && !is(ring, RingState::kManual);
   });

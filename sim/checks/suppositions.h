@@ -22,8 +22,8 @@ struct Circumstances {
   std::vector<bool> open;      // ... and whether its port forwards
   std::vector<bool> dead;      // by node, whether it has power and no module
   Hearing::Rings rings;        // none where no module runs
-  // By node and sub-ring: something took away the switch by which it joins its split major ring.
-  std::set<std::pair<NodeIndex, uint32_t>> repairs_taken;
+  // By node and sub-ring: ends that do not know any more that they have a split major ring to join.
+  std::set<std::pair<NodeIndex, uint32_t>> splits_forgotten;
 };
 
 // What is supposed about it.
@@ -80,8 +80,8 @@ bool suppose_no_forced_switch_stuck(Supposition& suppose);
 bool suppose_no_forced_left(Supposition& suppose);
 bool suppose_no_manual_switch(Supposition& suppose);
 bool suppose_no_manual_outlives(Supposition& suppose);
-bool suppose_no_repair_taken(Supposition& suppose);
-bool suppose_no_repair_outlives(Supposition& suppose);
+bool suppose_no_split_forgotten(Supposition& suppose);
+bool suppose_no_split_outlived(Supposition& suppose);
 bool suppose_neighbour_blocks(Supposition& suppose);
 
 // Of what the nodes wait for: supposed_waits.cpp.

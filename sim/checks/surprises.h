@@ -53,12 +53,13 @@ inline constexpr char kManualSplit[] = "manual switch beside another block";
 // NR.
 inline constexpr char kManualOutlives[] = "manual switch outlives what took over";
 // The watching end of a sub-ring joins a split major ring by a manual switch of its own. A failure
-// or a command there takes it away, and it is not told of the split again.
-inline constexpr char kRepairTaken[] = "sub-ring that forgot the split of its major ring";
+// or a command there takes it away, and it is not told of the split again; nor is an end that
+// starts when its major ring is split already.
+inline constexpr char kSplitForgotten[] = "sub-ring that forgot the split of its major ring";
 // ... and heeds the end of the split in manual only: where a switch of the sub-ring has met its
 // own, or a clear has ended that, it goes on repeating R-APS(MS) with its port open, and who blocks
 // opens on that.
-inline constexpr char kRepairOutlives[] = "sub-ring that goes on joining a whole major ring";
+inline constexpr char kSplitOutlived[] = "sub-ring that goes on joining a whole major ring";
 // A clear in pending takes a neighbour to idle as it is; the owner blocks the RPL alone.
 inline constexpr char kNeighbourOpen[] = "neighbour idle with its end of the RPL open";
 // Only R-APS(NR) ends protection, manual and forced; NR,RB does not.

@@ -148,7 +148,7 @@ TEST(SubRing, ForgetsTheSplitOfItsMajorRingWhenACommandTakesThePlaceOfItsOwnSwit
     const auto found = inspection.findings();
     EXPECT_EQ(std::any_of(found.begin(), found.end(),
                           [](const Finding& finding) {
-                            return finding.surprise.find(surprise::kRepairTaken) !=
+                            return finding.surprise.find(surprise::kSplitForgotten) !=
                                    std::string::npos;
                           }),
               switched);
@@ -184,7 +184,7 @@ TEST(SubRing, GoesOnJoiningItsMajorRingWhereAManualSwitchMetItsOwn) {
   EXPECT_TRUE(has_loop(simulation.forwarding()));
   const auto loops = loops_in(inspection);
   ASSERT_THAT(loops, Not(IsEmpty()));
-  EXPECT_EQ(loops.back().surprise, surprise::kRepairOutlives);
+  EXPECT_EQ(loops.back().surprise, surprise::kSplitOutlived);
 
   give(kWatchingNode, mgmt::kClear);
   give(kOwner, mgmt::kForcedSwitch, 1);
@@ -218,7 +218,7 @@ TEST(SubRing, GoesOnJoiningItsMajorRingWhereItsOwnSwitchWasCleared) {
   EXPECT_TRUE(has_loop(simulation.forwarding()));
   const auto loops = loops_in(inspection);
   ASSERT_THAT(loops, Not(IsEmpty()));
-  EXPECT_EQ(loops.back().surprise, surprise::kRepairOutlives);
+  EXPECT_EQ(loops.back().surprise, surprise::kSplitOutlived);
 
   give(kOwner, mgmt::kForcedSwitch, 1);
   EXPECT_FALSE(has_loop(simulation.forwarding()));
