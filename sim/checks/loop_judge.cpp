@@ -112,9 +112,10 @@ void LoopJudge::watch_opening(const Step& step) {
   if (step.after == nullptr) {
     return;
   }
-  // Whose own reason to block is over has a guard time against what was said before.
+  // Whose own reason to block is over has a guard time against what was said before; who starts has
+  // none.
   if ((step.cause == Step::Cause::kLink || step.cause == Step::Cause::kCommand) &&
-      step.before != nullptr && !is(*step.before, RingState::kPending) &&
+      step.before != nullptr && step.before->enabled && !is(*step.before, RingState::kPending) &&
       is(*step.after, RingState::kPending) && sends(*step.after, kNrCode)) {
     guarded_until_us_[{step.node, step.ring()}] =
         step.from_us + int64_t{topology_.nodes[step.node].guard_ms} * kMillisecondUs;
