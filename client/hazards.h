@@ -24,4 +24,8 @@ inline constexpr const char* kWatchingNeedsMarking =
     "the other interconnection node of this sub-ring must have the other interconnection role: two "
     "watching nodes build a loop after a single cut, two marking nodes do not repair a split";
 
+inline constexpr const char* kSharedMajorRingHazard =
+    "each sub-ring joins the parts of a split major ring by itself: when two links of the major "
+    "ring fail, both may do so, a loop until one link is back, or neither";
+
 }  // namespace erps::client

@@ -5,6 +5,8 @@
 #include <numeric>
 #include <set>
 
+#include "client/hazards.h"
+
 namespace erps::lab {
 
 namespace {
@@ -153,9 +155,21 @@ void check_shared_vlans(const Topology& topology, Findings& findings) {
 
 void check_interconnections(const Topology& topology, Findings& findings) {
   std::set<std::pair<NodeIndex, RingIndex>> taken;
+  std::set<RingIndex> joined;
   for (const Ring& ring : topology.rings) {
     if (!ring.is_open()) {
       continue;
+    }
+    if (!joined.insert(*ring.major_ring).second) {
+      findings.add(
+          {.severity = Severity::kWarning,
+           .rule = "major-ring-shared",
+           .line = ring.line,
+           .where = ring_text(ring),
+           .key = "major_ring",
+           .value = std::to_string(topology.rings[*ring.major_ring].id),
+           .why = "another sub-ring has the same; " + std::string(client::kSharedMajorRingHazard),
+           .advice = "give a major ring one sub-ring where two failures matter"});
     }
     if (!ring.revertive) {
       findings.add({.rule = "sub-ring-revertive",

@@ -1,3 +1,6 @@
+#include <map>
+#include <string>
+
 #include "client/hazards.h"
 #include "lab/check/daemon_checks.h"
 
@@ -38,6 +41,7 @@ void check_ends(const std::vector<RingEntry>& ends, Findings& findings) {
 }  // namespace
 
 void check_interconnections(const Rings& rings, Findings& findings) {
+  std::map<std::string, RingEntry> joined;  // the first sub-ring of each major ring
   for (const auto& [id, entries] : rings) {
     std::vector<RingEntry> ends;
     for (const RingEntry& entry : entries) {
@@ -49,6 +53,14 @@ void check_interconnections(const Rings& rings, Findings& findings) {
       continue;
     }
     check_ends(ends, findings);
+    if (const auto major_ring = ends.front().value("major_ring"); major_ring) {
+      const auto [first, is_first] = joined.try_emplace(*major_ring, ends.front());
+      if (!is_first) {
+        add(findings, Severity::kWarning, "major-ring-shared", ends.front(), "major_ring",
+            first->second.place("major_ring") + " has the same: " + client::kSharedMajorRingHazard,
+            "give a major ring one sub-ring where two failures matter");
+      }
+    }
     for (const RingEntry& entry : entries) {
       if (!entry.is_end && entry.has("ring_role", "major")) {
         add(findings, Severity::kError, "sub-ring-role", entry, "ring_role",

@@ -30,11 +30,18 @@ TEST(CheckCommand, AFileWithoutFindingIsOk) {
   EXPECT_EQ(result.err, "");
 }
 
-TEST(CheckCommand, EveryExampleIsOk) {
-  for (const char* example : {"four-node-ring", "sixteen-node-ring", "ladder", "three-rings"}) {
+TEST(CheckCommand, ExamplesAreOk) {
+  for (const char* example : {"four-node-ring", "sixteen-node-ring", "ladder"}) {
     const LabResult result = check({std::string(ERPS_EXAMPLES "/") + example + ".toml"});
     EXPECT_EQ(result.status, 0) << result.out;
   }
+}
+
+TEST(CheckCommand, TwoSubRingsOfAnExampleAreWarnedOf) {
+  const LabResult result = check({std::string(ERPS_EXAMPLES "/three-rings.toml")});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.out.find("three-rings.toml: 1 warning"), std::string::npos) << result.out;
+  EXPECT_NE(result.out.find("[major-ring-shared]"), std::string::npos) << result.out;
 }
 
 TEST(CheckCommand, WarningsAreOneAndErrorsTwo) {

@@ -109,6 +109,12 @@ const Rule kRules[] = {
        "revertive = true\nenable = true\n[[port]]\nid = 9\ninterface = \"p9\"\n[[sub_ring]]\nid = "
        "2\nmajor_ring = 1\nport = 9\ninterconnection = \"marking\"\n"}},
      "n4"},
+    {"major-ring-shared",
+     kWarning,
+     {{"n4", "revertive = true\nenable = true\n",
+       "revertive = true\nenable = true\n[[port]]\nid = 9\ninterface = \"p9\"\n[[sub_ring]]\nid = "
+       "3\nmajor_ring = 1\nport = 9\ninterconnection = \"marking\"\n"}},
+     "n4"},
     {"major-ring-differs",
      kError,
      {{"n3", "id = 1\nports", "id = 4\nports"}, {"n3", "major_ring = 1", "major_ring = 4"}},

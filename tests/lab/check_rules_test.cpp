@@ -203,6 +203,8 @@ const Rule kSubRingRules[] = {
      kLadder + second_sub_ring("n1", "n4", "1")},
     {"sub-ring-at-sub-ring-end", kError, kLadder + second_sub_ring("n2", "n6", "2"),
      kLadder + second_sub_ring("n5", "n6", "2")},
+    {"major-ring-shared", kWarning, kLadder + second_sub_ring("n1", "n4", "1"),
+     kLadder + second_sub_ring("n5", "n6", "2")},
     {"owner-at-interconnection", kWarning,
      swapped(kLadder, "owner = \"n1\"\nrpl = \"n4-n1\"", "owner = \"n2\"\nrpl = \"n1-n2\""),
      kLadder},

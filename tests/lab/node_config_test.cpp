@@ -93,7 +93,7 @@ TEST(NodeConfig, OfEveryNodeOfEveryExampleIsAccepted) {
   for (const char* example : {"four-node-ring", "sixteen-node-ring", "ladder", "three-rings"}) {
     const std::string path = std::string(ERPS_EXAMPLES) + "/" + example + ".toml";
     const TopologyFile file = load_topology(path);
-    EXPECT_TRUE(file.findings.list().empty()) << to_text(file.findings, path);
+    EXPECT_FALSE(file.findings.has_errors()) << to_text(file.findings, path);
     for (NodeIndex node = 0; node < file.topology.nodes.size(); ++node) {
       const TemporaryFile config(node_config(file.topology, node));
       std::vector<std::string> warnings;
