@@ -2,11 +2,14 @@
 
 #include <unistd.h>
 
+#include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
 
 #include "lab/clock.h"
 #include "lab/command_run.h"
+#include "lab/lab_error.h"
+#include "lab/programs.h"
 #include "lab/simulate/campaign_report.h"
 
 namespace erps::lab {
@@ -103,9 +106,19 @@ class Teller {
   uint64_t next_ = 0;
 };
 
+// A campaign lasts for hours: what cannot be written at its end is said before.
+void require_places(const SimulateArguments& arguments) {
+  open_directory(arguments.scenarios);
+  const std::filesystem::path directory = std::filesystem::path(arguments.report).parent_path();
+  if (!directory.empty() && access(directory.c_str(), W_OK) != 0) {
+    throw system_error(arguments.report);
+  }
+}
+
 }  // namespace
 
 int simulate_campaign(const SimulateContext& context, const CaseSource& source, uint64_t jobs) {
+  require_places(context.arguments);
   print_seed(context);
   Teller teller(context, source);
   const CampaignOptions options{context.module, static_cast<size_t>(jobs), context.arguments.state,

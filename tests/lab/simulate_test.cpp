@@ -199,6 +199,24 @@ TEST_F(Simulate, AFailureComesWithTheCommandThatShowsItAndASmallerScenario) {
   EXPECT_NE(replayed.out.find("FAIL  no home finding"), std::string::npos) << replayed.out;
 }
 
+TEST_F(Simulate, ACampaignMakesTheDirectoryForItsScenarios) {
+  const std::string directory = directory_.path() + "/smallest";
+  const LabResult result = simulate({ring(""), "--every-link", "--seed", "4", "--module",
+                                     ERPS_LOSES_THE_END_OF_WTR, "--scenarios", directory});
+  EXPECT_EQ(result.status, 1) << result.err;
+  EXPECT_FALSE(std::filesystem::is_empty(directory)) << result.out;
+}
+
+TEST_F(Simulate, ACampaignThatCannotWriteWhatItFindsDoesNotBegin) {
+  for (const auto& [option, path] : {std::pair("--scenarios", "/nonexistent/smallest"),
+                                     std::pair("--report", "/nonexistent/page.html")}) {
+    const LabResult result = simulate({ring(), "--every-link", option, path});
+    EXPECT_EQ(result.status, 3) << option;
+    EXPECT_EQ(result.out, "") << option;
+    EXPECT_NE(result.err.find(path), std::string::npos) << result.err;
+  }
+}
+
 // A module that names no rings cannot be judged, whatever else it does wrong and however early:
 // with the second seed it takes its lock twice before anybody looks for them.
 TEST_F(Simulate, WhatCannotRunIsStatus3) {
