@@ -155,78 +155,69 @@ TEST(SubRing, ForgetsTheSplitOfItsMajorRingWhenACommandTakesThePlaceOfItsOwnSwit
   }
 }
 
+// A ladder whose major ring is split, and whose sub-ring joins the parts.
+class JoiningSubRing : public testing::Test {
+ protected:
+  static constexpr NodeIndex kWatchingNode = 1;
+  static constexpr NodeIndex kOwner = 4;
+  static constexpr uint32_t kSubRing = 2;
+
+  JoiningSubRing() {
+    inspection.expect_home();
+    simulation.cut(0);
+    simulation.cut(1);
+    simulation.run_for(kSettledUs);
+  }
+
+  void give(NodeIndex node, mgmt::Command command, uint32_t port = 0) {
+    EXPECT_TRUE(simulation.execute(node, make_request(command, {kSubRing, port})).accepted());
+    simulation.run_for(kSecondUs / 2);
+  }
+
+  void expect_loop_when_the_major_ring_is_whole() {
+    EXPECT_FALSE(has_loop(simulation.forwarding()));
+    simulation.restore(0);
+    simulation.run_for(60 * kSecondUs);
+    EXPECT_TRUE(has_loop(simulation.forwarding()));
+    const auto loops = loops_in(inspection);
+    ASSERT_THAT(loops, Not(IsEmpty()));
+    EXPECT_EQ(loops.back().surprise, surprise::kSplitOutlived);
+  }
+
+  void expect_home_by_a_forced_switch() {
+    give(kOwner, mgmt::kForcedSwitch, 1);
+    EXPECT_FALSE(has_loop(simulation.forwarding()));
+    give(kOwner, mgmt::kClear);
+    simulation.restore(1);
+    inspection.expect_home();
+    EXPECT_FALSE(has_loop(simulation.forwarding()));
+    EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  }
+
+  Simulation simulation{make_ladder({}), options_with(1)};
+  Inspection inspection{simulation};
+};
+
 // Another manual switch takes the end that joins the major ring to pending, where it does not heed
 // the end of the split: it goes on repeating R-APS(MS), its port is open, and the RPL opens on
 // that.
-TEST(SubRing, GoesOnJoiningItsMajorRingWhereAManualSwitchMetItsOwn) {
-  constexpr NodeIndex kWatchingNode = 1;
-  constexpr NodeIndex kOwner = 4;
-  constexpr uint32_t kSubRing = 2;
-  Simulation simulation(make_ladder({}), options_with(1));
-  Inspection inspection(simulation);
-  inspection.expect_home();
-  simulation.cut(0);
-  simulation.cut(1);
-  simulation.run_for(kSettledUs);
+TEST_F(JoiningSubRing, GoesOnWhereAManualSwitchMetItsOwn) {
   // A node that starts says R-APS(NR), and the others take a switch again.
   simulation.kill_module(5);
   simulation.start_module(5);
   simulation.run_for(kSecondUs);
-  const auto give = [&](NodeIndex node, mgmt::Command command, uint32_t port = 0) {
-    EXPECT_TRUE(simulation.execute(node, make_request(command, {kSubRing, port})).accepted());
-    simulation.run_for(kSecondUs / 2);
-  };
   give(kOwner, mgmt::kManualSwitch, 1);
   give(kOwner, mgmt::kClear);
-  EXPECT_FALSE(has_loop(simulation.forwarding()));
-  simulation.restore(0);
-  simulation.run_for(60 * kSecondUs);
-  EXPECT_TRUE(has_loop(simulation.forwarding()));
-  const auto loops = loops_in(inspection);
-  ASSERT_THAT(loops, Not(IsEmpty()));
-  EXPECT_EQ(loops.back().surprise, surprise::kSplitOutlived);
-
+  expect_loop_when_the_major_ring_is_whole();
   give(kWatchingNode, mgmt::kClear);
-  give(kOwner, mgmt::kForcedSwitch, 1);
-  EXPECT_FALSE(has_loop(simulation.forwarding()));
-  give(kOwner, mgmt::kClear);
-  simulation.restore(1);
-  inspection.expect_home();
-  EXPECT_FALSE(has_loop(simulation.forwarding()));
-  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  expect_home_by_a_forced_switch();
 }
 
-// So does a clear at the watching node, which finds no block there to tell of.
-TEST(SubRing, GoesOnJoiningItsMajorRingWhereItsOwnSwitchWasCleared) {
-  constexpr NodeIndex kWatchingNode = 1;
-  constexpr NodeIndex kOwner = 4;
-  constexpr uint32_t kSubRing = 2;
-  Simulation simulation(make_ladder({}), options_with(1));
-  Inspection inspection(simulation);
-  inspection.expect_home();
-  const auto give = [&](NodeIndex node, mgmt::Command command, uint32_t port = 0) {
-    EXPECT_TRUE(simulation.execute(node, make_request(command, {kSubRing, port})).accepted());
-    simulation.run_for(kSecondUs / 2);
-  };
-  simulation.cut(0);
-  simulation.cut(1);
-  simulation.run_for(kSettledUs);
+// A clear at the watching node finds no block there to tell of.
+TEST_F(JoiningSubRing, GoesOnWhereItsOwnSwitchWasCleared) {
   give(kWatchingNode, mgmt::kClear);
-  EXPECT_FALSE(has_loop(simulation.forwarding()));
-  simulation.restore(0);
-  simulation.run_for(60 * kSecondUs);
-  EXPECT_TRUE(has_loop(simulation.forwarding()));
-  const auto loops = loops_in(inspection);
-  ASSERT_THAT(loops, Not(IsEmpty()));
-  EXPECT_EQ(loops.back().surprise, surprise::kSplitOutlived);
-
-  give(kOwner, mgmt::kForcedSwitch, 1);
-  EXPECT_FALSE(has_loop(simulation.forwarding()));
-  give(kOwner, mgmt::kClear);
-  simulation.restore(1);
-  inspection.expect_home();
-  EXPECT_FALSE(has_loop(simulation.forwarding()));
-  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  expect_loop_when_the_major_ring_is_whole();
+  expect_home_by_a_forced_switch();
 }
 
 // A clear that finds it pending takes it to idle, and only R-APS(NR,RB) in pending blocks.
