@@ -15,6 +15,11 @@ function(erps_add_tests target)
   list(FILTER sanitizers INCLUDE REGEX "^(${wanted})$")
   string(REPLACE ";" "|" wanted "${TESTS_EVERY_TIME}")
   list(FILTER every_time INCLUDE REGEX "^(${wanted})$")
+  get_target_property(sources ${target} SOURCES)
+  list(LENGTH sources files)
+  if(files GREATER 3) # fewer are compiled before the header is
+    erps_precompile(${target} <gmock/gmock.h> <gtest/gtest.h>)
+  endif()
   if(NOT ERPS_SANITIZE)
     # One label: discovery at test time takes a list of labels apart.
     set(properties LABELS ${TESTS_LABEL} TIMEOUT ${TESTS_TIMEOUT})
