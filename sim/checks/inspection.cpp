@@ -64,7 +64,8 @@ struct Inspection::Checkers {
 
   // In the order in which they observe: the watch tells the others.
   std::vector<Observer*> observers() {
-    return {&watch, &mishaps, &frames, &timers, &addresses, &flushes, &relays, &partitions, &loops};
+    return {&watch,     &mishaps, &states, &frames,     &timers,
+            &addresses, &flushes, &relays, &partitions, &loops};
   }
   std::vector<Checker*> all() {
     return {&states, &frames, &timers, &addresses, &flushes, &relays, &partitions, &loops};

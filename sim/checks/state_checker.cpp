@@ -1,6 +1,8 @@
 #include "sim/checks/state_checker.h"
 
 #include <algorithm>
+#include <array>
+#include <vector>
 
 #include "sim/checks/reception.h"
 #include "sim/checks/surprises.h"
@@ -92,6 +94,12 @@ StateChecker::StateChecker(const Topology& topology, const Mishaps* mishaps)
 
 void StateChecker::collect(int64_t /*now_us*/, std::vector<Finding>& findings) {
   findings_.append_to(findings);
+}
+
+void StateChecker::on_record(const Record& record) {
+  if (record.kind == RecordKind::kCarrier) {
+    carrier_changed_us_[{record.node, record.port}] = record.time_us;
+  }
 }
 
 void StateChecker::on_step(const Step& step) {
@@ -188,13 +196,26 @@ void StateChecker::allow_after_start(const Step& step) {
   if (step.cause != Step::Cause::kCommand || step.command != mgmt::kSetEnable) {
     return;
   }
-  for (const bool first_was_up : {true, false}) {
-    for (const bool second_was_up : {true, false}) {
-      RingModel model(ring);
-      model.start({first_was_up, second_was_up});
-      outcomes_.push_back(model.now);
+  std::vector<std::array<bool, 2>> first_looks{{ring.ports[0].link_up, ring.ports[1].link_up}};
+  for (size_t i = 0; i < ring.ports.size(); ++i) {
+    if (!carrier_changed_during(step, ring.ports[i].port)) {
+      continue;
+    }
+    for (size_t look = first_looks.size(); look-- > 0;) {
+      first_looks.push_back(first_looks[look]);
+      first_looks.back()[i] = !ring.ports[i].link_up;
     }
   }
+  for (const auto& links_were_up : first_looks) {
+    RingModel model(ring);
+    model.start(links_were_up);
+    outcomes_.push_back(model.now);
+  }
+}
+
+bool StateChecker::carrier_changed_during(const Step& step, uint32_t port) const {
+  const auto changed = carrier_changed_us_.find({step.node, port});
+  return changed != carrier_changed_us_.end() && changed->second >= step.from_us;
 }
 
 void StateChecker::allow_after_link(const Step& step) {

@@ -6,19 +6,22 @@
 #pragma once
 
 #include <map>
+#include <utility>
 
 #include "sim/checks/checker.h"
 #include "sim/checks/mishaps.h"
 #include "sim/checks/ring_model.h"
 #include "sim/checks/ring_watch.h"
+#include "sim/observer.h"
 
 namespace erps::sim {
 
-class StateChecker final : public Checker, public StepListener {
+class StateChecker final : public Checker, public Observer, public StepListener {
  public:
   // The mishaps are watched elsewhere; none are known of without.
   explicit StateChecker(const Topology& topology, const Mishaps* mishaps = nullptr);
 
+  void on_record(const Record& record) override;
   void on_step(const Step& step) override;
   void collect(int64_t now_us, std::vector<Finding>& findings) override;
 
@@ -33,6 +36,7 @@ class StateChecker final : public Checker, public StepListener {
   void allow_after_timer(const Step& step);
   void allow_after_command(const Step& step);
   void allow_after_indication(const Step& step);
+  bool carrier_changed_during(const Step& step, uint32_t port) const;
   bool guard_agrees(const Step& step, const RingSnapshot& expected) const;
   void offer(const RingSnapshot& ring, RingRequest request, const RequestDetails& details);
   void add(RingModel& model);
@@ -40,8 +44,9 @@ class StateChecker final : public Checker, public StepListener {
 
   const Topology& topology_;
   const Mishaps* mishaps_;
-  std::multimap<uint32_t, MacAddress> nodes_;  // by the end of their IDs
-  Outcomes outcomes_;                          // of the present step
+  std::multimap<uint32_t, MacAddress> nodes_;                             // by the end of their IDs
+  std::map<std::pair<NodeIndex, uint32_t>, int64_t> carrier_changed_us_;  // by port, the last time
+  Outcomes outcomes_;                                                     // of the present step
   FindingList findings_;
 };
 

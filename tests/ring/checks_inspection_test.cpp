@@ -6,6 +6,7 @@
 
 #include "sim/checks/inspection.h"
 #include "sim/checks/raps_dissector.h"
+#include "sim/checks/ring_model.h"
 #include "sim/checks/state_checker.h"
 #include "sim/checks/surprises.h"
 #include "tests/ring/test_network.h"
@@ -260,6 +261,49 @@ TEST(StateChecker, KnowsAProtectionThatNobodyAskedFor) {
   after.ports[1].forwarding = false;
   checker.on_step(step);
   EXPECT_EQ(found().size(), 3U);
+}
+
+// A link that is down may have failed between the two looks of a start only if its carrier changed
+// meanwhile.
+TEST(StateChecker, AllowsAStartToSeeAFailureAsNewsOnlyWhereThereWasOne) {
+  const Topology topology = make_ring({});
+  constexpr NodeIndex kNode = 1;
+  constexpr int64_t kFromUs = 1000;
+  RingSnapshot ring;
+  ring.ring = 1;
+  ring.node_role = 4;
+  ring.enabled = true;
+  ring.ports[0] = {1, false, false, false, false, 0, {}, 0};
+  ring.ports[1] = {2, false, false, false, false, 0, {}, 0};
+  RingModel both_were_down(ring);
+  both_were_down.start({false, false});
+  RingModel first_was_up(ring);
+  first_was_up.start({true, false});
+  ASSERT_NE(both_were_down.now.ports[0].forwarding, first_was_up.now.ports[0].forwarding);
+  const auto findings_after = [&](const RingSnapshot& after, const std::vector<Record>& records) {
+    StateChecker checker(topology);
+    for (const Record& record : records) {
+      checker.on_record(record);
+    }
+    Step step;
+    step.node = kNode;
+    step.from_us = kFromUs;
+    step.to_us = kFromUs + 500;
+    step.cause = Step::Cause::kCommand;
+    step.command = mgmt::kSetEnable;
+    step.after = &after;
+    checker.on_step(step);
+    std::vector<Finding> findings;
+    checker.collect(step.to_us, findings);
+    return findings.size();
+  };
+  const Record during{kFromUs + 100, kNode, RecordKind::kCarrier, 1, 0, 0};
+  const Record before{kFromUs - 100, kNode, RecordKind::kCarrier, 1, 0, 0};
+  const Record elsewhere{kFromUs + 100, kNode + 1, RecordKind::kCarrier, 1, 0, 0};
+  EXPECT_EQ(findings_after(both_were_down.now, {}), 0U);
+  EXPECT_EQ(findings_after(first_was_up.now, {}), 1U);
+  EXPECT_EQ(findings_after(first_was_up.now, {before, elsewhere}), 1U);
+  EXPECT_EQ(findings_after(first_was_up.now, {before, during}), 0U);
 }
 
 class CleanRing : public testing::TestWithParam<size_t> {};
