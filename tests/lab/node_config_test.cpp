@@ -5,8 +5,10 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "client/words.h"
@@ -93,7 +95,12 @@ TEST(NodeConfig, OfEveryNodeOfEveryExampleIsAccepted) {
   for (const char* example : {"four-node-ring", "sixteen-node-ring", "ladder", "three-rings"}) {
     const std::string path = std::string(ERPS_EXAMPLES) + "/" + example + ".toml";
     const TopologyFile file = load_topology(path);
-    EXPECT_FALSE(file.findings.has_errors()) << to_text(file.findings, path);
+    // Two sub-rings of one major ring are warned of; nothing else is to be said of an example.
+    const size_t expected = std::string_view(example) == "three-rings" ? 1 : 0;
+    EXPECT_EQ(file.findings.list().size(), expected) << to_text(file.findings, path);
+    EXPECT_TRUE(
+        std::all_of(file.findings.list().begin(), file.findings.list().end(),
+                    [](const Finding& finding) { return finding.rule == "major-ring-shared"; }));
     for (NodeIndex node = 0; node < file.topology.nodes.size(); ++node) {
       const TemporaryFile config(node_config(file.topology, node));
       std::vector<std::string> warnings;
