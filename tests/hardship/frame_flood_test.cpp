@@ -111,6 +111,15 @@ class FrameFlood : public ::testing::Test {
     std::printf("%.0f frames a second\n", per_second);
   }
 
+  // The floods have lasted until now, end, and the laboratory finds every expectation met.
+  void expect_held_under_the_flood() {
+    EXPECT_TRUE(flooded()) << lab_->out_so_far();
+    end_floods();
+    expect_flooded();
+    const LabResult result = lab_->wait(kLongestRun);
+    EXPECT_EQ(result.status, 0) << result.out << result.err;
+  }
+
   // How long the node takes to show its rings.
   std::chrono::duration<double> time_of_answer(const std::string& node) const {
     const auto asked = Clock::now();
@@ -134,11 +143,7 @@ TEST_P(FrameFloodOfKind, LinkIsProtectedInTimeAndManagementAnswers) {
   }
   // A step during which the machine stood still is done again, so nobody knows when it is over.
   ASSERT_NO_FATAL_FAILURE(await("  restore n2-n3\n"));
-  EXPECT_TRUE(flooded()) << lab_->out_so_far();
-  end_floods();
-  expect_flooded();
-  const LabResult result = lab_->wait(kLongestRun);
-  EXPECT_EQ(result.status, 0) << result.out << result.err;
+  expect_held_under_the_flood();
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -158,11 +163,7 @@ TEST_F(FrameFlood, SwitchAtANodeWhoseAddressFloodsIsHeard) {
             "[[step]]\nwait_ms = 1000\n"));
   flood({"InventedByNeighbours", "invented", kOfTheNeighbours}, kLongestRun);
   ASSERT_NO_FATAL_FAILURE(await("  forced switch at "));
-  EXPECT_TRUE(flooded()) << lab_->out_so_far();
-  end_floods();
-  expect_flooded();
-  const LabResult result = lab_->wait(kLongestRun);
-  EXPECT_EQ(result.status, 0) << result.out << result.err;
+  expect_held_under_the_flood();
 }
 
 // Messages that tell a state are believed: R-APS carries no proof of who sent it. What they cannot
