@@ -45,8 +45,9 @@ class Inquiry {
  public:
   Inquiry(const Topology& topology, const Circumstances& circumstances, Goal goal)
       : topology_(topology), circumstances_(circumstances), goal_(goal) {
-    for (const Arc& arc : circumstances.forwarding.arcs) {
-      strands_.push_back(arc.works);
+    // A switch sends nothing through a port without a carrier, whatever its module says.
+    for (size_t i = 0; i < circumstances.forwarding.arcs.size(); ++i) {
+      strands_.push_back(circumstances.forwarding.arcs[i].works && circumstances.carriers[i]);
     }
   }
 

@@ -175,6 +175,16 @@ TEST_F(SplitRing, LastsWhileTheEndsWithACarrierDoNotKnow) {
   EXPECT_THAT(surprises(), IsEmpty());
 }
 
+// Node 1 knows of one failure and not of the other, and sends on: to a port whose carrier is gone.
+TEST_F(SplitRing, LastsWhereANodeSendsThroughAPortWithoutACarrier) {
+  now.forwarding.arcs[0].works = now.forwarding.arcs[3].works = false;
+  see_failure(1, 1);
+  now.carriers[1] = false;
+  EXPECT_TRUE(reason().is_unheard);
+  now.carriers[2] = false;
+  EXPECT_THAT(surprises(), ElementsAre(surprise::kSilentFailure));
+}
+
 TEST_F(SplitRing, LastsWhileAnEventIsRepeated) {
   enter(ring(1), RingState::kPending);
   port(1, 2).forwarding = false;
