@@ -45,6 +45,11 @@ void PartitionJudge::on_record(const Record& record) {
     }
   };
   switch (record.kind) {
+    case RecordKind::kSignal:
+      if (changes_us_.empty() || changes_us_.back() != record.time_us) {
+        changes_us_.push_back(record.time_us);
+      }
+      return;
     case RecordKind::kCarrier:
       set_carriers(
           [&](const LinkEnd& end) {
@@ -59,6 +64,7 @@ void PartitionJudge::on_record(const Record& record) {
     case RecordKind::kCrash:
       set_carriers([&](const LinkEnd& end) { return end.node == record.node; }, false);
       last_.dead[record.node] = false;
+      end_boot(record.time_us, record.node);
       break;
     case RecordKind::kSlowed:
       slowness_[record.node] = std::max<int64_t>(1, record.a);
@@ -66,11 +72,20 @@ void PartitionJudge::on_record(const Record& record) {
     case RecordKind::kRunning:
       last_.dead[record.node] = false;
       starts_us_.push_back(record.time_us);
+      end_boot(record.time_us, record.node);
       break;
     default:
       return;
   }
   note(record.time_us);
+}
+
+void PartitionJudge::end_boot(int64_t time_us, NodeIndex node) {
+  for (Boot& boot : boots_) {
+    if (boot.node == node) {
+      boot.to_us = std::min(boot.to_us, time_us);
+    }
+  }
 }
 
 void PartitionJudge::on_step(const Step& step) {
@@ -118,6 +133,13 @@ void PartitionJudge::on_forwarding(int64_t time_us, const Forwarding& forwarding
   find_reason(time_us);
   if (!same_circumstances(forwarding, last_.forwarding)) {
     changes_us_.push_back(time_us);
+  }
+  for (NodeIndex node = 0; node < last_.dead.size(); ++node) {
+    const bool was_powered =
+        node < last_.forwarding.powered.size() && last_.forwarding.powered[node];
+    if (forwarding.powered[node] && !was_powered) {
+      boots_.push_back({node, time_us});
+    }
   }
   last_.forwarding = forwarding;
   const bool split = has_partition(forwarding);
@@ -193,15 +215,22 @@ void PartitionJudge::judge_old(int64_t now_us) {
   const auto is_old = [=](int64_t time_us) { return time_us < since_us; };
   std::erase_if(starts_us_, is_old);
   std::erase_if(changes_us_, is_old);
+  std::erase_if(boots_, [=](const Boot& boot) { return boot.to_us < since_us; });
 }
 
 // A link or a node has failed or come back, or a node without its software is split off until that
-// runs.
+// runs; a node that boots is, even if its power fails again before.
 PartitionJudge::Cover PartitionJudge::cover_by_repair(int64_t time_us, const Bounds& bounds) const {
   Cover cover{time_us, nullptr};
   for (const int64_t change_us : changes_us_) {
     if (change_us <= time_us) {
       cover.until_us = std::max(cover.until_us, change_us + bounds.repair_us);
+    }
+  }
+  for (const Boot& boot : boots_) {
+    if (boot.from_us <= time_us) {
+      const int64_t booted_us = std::min(boot.to_us, boot.from_us + bounds.start_us);
+      cover.until_us = std::max(cover.until_us, booted_us + bounds.repair_us);
     }
   }
   for (const int64_t start_us : starts_us_) {

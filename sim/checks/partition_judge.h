@@ -6,6 +6,7 @@
 // repeated in time.
 #pragma once
 
+#include <limits>
 #include <optional>
 
 #include "sim/checks/bounds.h"
@@ -47,8 +48,16 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
     const char* surprise = nullptr;
   };
 
+  // From a node's power on until its module runs, or the node is down again.
+  struct Boot {
+    NodeIndex node = 0;
+    int64_t from_us = 0;
+    int64_t to_us = std::numeric_limits<int64_t>::max();
+  };
+
   bool starts_beside_split(const Step& step) const;
   void watch_repair(const Step& step);
+  void end_boot(int64_t time_us, NodeIndex node);
   void note(int64_t time_us);
   void look();
   void find_reason(int64_t time_us);
@@ -61,12 +70,13 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
   const RingWatch& watch_;
   const Bounds bounds_;
   Mishaps& mishaps_;
-  std::vector<int64_t> slowness_;    // by node
-  Circumstances last_;               // at the last change
-  int64_t noted_us_ = 0;             // when that was
-  bool is_asked_ = false;            // for the reason in these circumstances
-  std::vector<Partition> waiting_;   // to be judged once all is known of them
-  std::vector<int64_t> starts_us_;   // when nodes were configured
+  std::vector<int64_t> slowness_;   // by node
+  Circumstances last_;              // at the last change
+  int64_t noted_us_ = 0;            // when that was
+  bool is_asked_ = false;           // for the reason in these circumstances
+  std::vector<Partition> waiting_;  // to be judged once all is known of them
+  std::vector<int64_t> starts_us_;  // when nodes were configured
+  std::vector<Boot> boots_;
   std::vector<int64_t> changes_us_;  // when links and nodes failed or came back
   bool open_ = false;
   bool step_changed_ = false;  // something, and it is not noted
