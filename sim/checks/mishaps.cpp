@@ -32,6 +32,11 @@ RingRequest request_in(const RapsMessage& message) {
   return request_of(message.request(), message.rb());
 }
 
+// What it repeats.
+RapsMessage message_of(const RingSnapshot& ring) {
+  return {uint32_t{ring.tx_request} << 12U | (ring.tx_rb ? 0x80U : 0U), 0};
+}
+
 // Whether the ring would do something on account of the message.
 bool matters(const RingSnapshot& ring, const RapsMessage& message) {
   const auto changes = [&](bool from_lower_node) {
@@ -236,9 +241,14 @@ void Mishaps::on_step(const Step& step) {
     return;
   }
   on_new_message(step);
+  // Who came while it was said may have missed it.
+  if (step.after->sending && connected_us_ >= step.from_us) {
+    add_who_did_not_hear(connected_us_, step.node, *step.after);
+  }
   if (step.before == nullptr) {
     return;
   }
+  on_other_way(step);
   const RingSnapshot& after = *step.after;
   if (step.before->local_priority > after.local_priority) {
     on_ended_request(step);
@@ -285,10 +295,7 @@ void Mishaps::add_who_has_to_hear_twice(const Step& step) {
 bool Mishaps::waits_to_hear(NodeIndex node, const RingSnapshot& ring) const {
   for (NodeIndex speaker = 0; speaker < members_.size(); ++speaker) {
     const RingSnapshot* said = watch_.ring(speaker, ring.ring);
-    const auto summary = [](const RingSnapshot& from) {
-      return uint32_t{from.tx_request} << 12U | (from.tx_rb ? 0x80U : 0U);
-    };
-    if (speaker != node && said != nullptr && said->sending && matters(ring, {summary(*said), 0})) {
+    if (speaker != node && said != nullptr && said->sending && matters(ring, message_of(*said))) {
       return true;
     }
   }
@@ -355,10 +362,47 @@ bool Mishaps::has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSna
          has_ring(topology_.nodes[listener], ring.ring);
 }
 
+// Whether the listener has missed a repetition that it would heed now, although it has heard the
+// same before.
+bool Mishaps::has_to_hear_again(int64_t time_us, NodeIndex listener, NodeIndex speaker,
+                                const RingSnapshot& ring) const {
+  constexpr int64_t kRepetitionUs = 5 * kSecondUs;
+  const uint32_t id = id_end(topology_.nodes[speaker].address);
+  const auto& heard = members_[listener].heard;
+  const RingSnapshot* at = watch_.ring(listener, ring.ring);
+  return listener != speaker && at != nullptr && matters(*at, message_of(ring)) &&
+         std::none_of(heard.begin(), heard.end(), [&](const Heard& one) {
+           return one.ring == ring.ring && one.from == id && one.at_us >= time_us - kRepetitionUs;
+         });
+}
+
 void Mishaps::add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const RingSnapshot& ring) {
   for (NodeIndex listener = 0; listener < members_.size(); ++listener) {
-    if (has_not_heard(listener, speaker, ring)) {
+    if (has_not_heard(listener, speaker, ring) ||
+        has_to_hear_again(time_us, listener, speaker, ring)) {
       mishaps_.push_back({time_us, surprise::kCameLate, listener, repeat_us_});
+    }
+  }
+}
+
+// What the end of a sub-ring says or passes on goes through the first open port of its major ring:
+// when that fails it is another one, and others hear it.
+void Mishaps::on_other_way(const Step& step) {
+  const auto way = [](const RingSnapshot& major) {
+    const auto first = std::find_if(
+        major.ports.begin(), major.ports.end(),
+        [](const PortSnapshot& port) { return port.present && port.link_up && port.forwarding; });
+    return first - major.ports.begin();
+  };
+  for (const SubRingConfig& config : topology_.nodes[step.node].sub_rings) {
+    if (config.major_ring != step.ring() || way(*step.before) == way(*step.after)) {
+      continue;
+    }
+    for (NodeIndex speaker = 0; speaker < members_.size(); ++speaker) {
+      const RingSnapshot* said = watch_.ring(speaker, config.ring);
+      if (said != nullptr && said->sending) {
+        add_who_did_not_hear(step.to_us, speaker, *said);
+      }
     }
   }
 }
@@ -366,6 +410,7 @@ void Mishaps::add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const Rin
 // Somebody repeats what somebody else has not heard. Asked of the modules as they are now: the
 // watch is a little late.
 void Mishaps::on_connection(const Record& record) {
+  connected_us_ = record.time_us;
   for (NodeIndex speaker = 0; speaker < members_.size(); ++speaker) {
     simulation_.records(speaker).read_rings(rings_);
     for (const RingSnapshot& ring : rings_) {

@@ -70,8 +70,11 @@ class Mishaps final : public Observer, public StepListener {
   void on_received(const Record& record);
   void on_lost(const Record& record);
   void on_connection(const Record& record);
+  void on_other_way(const Step& step);
   // Whether the listener is yet to hear what the speaker repeats about the ring.
   bool has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSnapshot& ring) const;
+  bool has_to_hear_again(int64_t time_us, NodeIndex listener, NodeIndex speaker,
+                         const RingSnapshot& ring) const;
   void add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const RingSnapshot& ring);
   void add(const Record& record, const char* surprise) { add(record, surprise, repeat_us_); }
   void add(const Record& record, const char* surprise, int64_t lasts_us);
@@ -87,6 +90,7 @@ class Mishaps final : public Observer, public StepListener {
   const int64_t repeat_us_;
   std::vector<Member> members_;
   std::vector<int64_t> failed_us_;  // by node, when a call to its platform last failed
+  int64_t connected_us_ = -1;       // when a link or a node last came
   std::vector<bool> strands_;       // that carry frames, by 2 * link + end that they lead away from
   std::deque<Mishap> mishaps_;
   std::vector<RingSnapshot> rings_;  // that are looked at

@@ -11,7 +11,8 @@ inline constexpr char kMarkedEvent[] = "interconnection mark on an Event";
 inline constexpr char kHeldBack[] = "message held back until its repetition";
 // A node in its guard time neither took nor passed on a message.
 inline constexpr char kGuarded[] = "message missed in the guard time";
-// A link or a node came while others waited for what had been said before.
+// A link or a node came while others waited for what had been said before, or a failure in a major
+// ring gave the messages of its sub-ring another way.
 inline constexpr char kCameLate[] = "rejoined part waits for a repetition";
 // Where the end that it was sent to had not noticed yet that its link is back.
 inline constexpr char kTooEarly[] = "message sent before the other end was up";

@@ -86,4 +86,48 @@ TEST(Holdoff, BeginsWhenAFailureIsSeen) {
   EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
 }
 
+// What a slow node says while another one comes up, it may say before that one listens.
+TEST(SlowNode, SaysAMessageToANodeThatStartsMeanwhile) {
+  constexpr int64_t kStepUs = 50;
+  for (int64_t boot_us = 0; boot_us < 20 * kMillisecondUs; boot_us += kStepUs) {
+    Options options = options_with(1);
+    options.timing.boot_us = {boot_us, boot_us};
+    Simulation simulation(make_ring({.nodes = 2}), options);
+    Inspection inspection(simulation);
+    inspection.expect_home();
+    simulation.slow_down(0, 46);
+    simulation.crash(1);
+    simulation.run_for(kSecondUs);
+    simulation.restart(1);
+    simulation.run_for(kSettledUs);
+    EXPECT_TRUE(inspection.clean()) << boot_us << "\n" << text_of(violations(inspection));
+  }
+}
+
+// The neighbour's manual switch is not heard by the owner, which repeats R-APS(NR,RB) all the time.
+// The neighbour needs to hear it again when its switch is cleared, and the repetition comes while
+// the link is down for less than the hold-off.
+TEST(Neighbour, WaitsForTheNextRepetitionWhereALinkLostOne) {
+  constexpr NodeIndex kNeighbour = 1;
+  constexpr int64_t kStepUs = 500 * kMillisecondUs;
+  for (int64_t phase_us = 0; phase_us < 5 * kSecondUs; phase_us += kStepUs) {
+    for (int64_t moment_us = 0; moment_us < 5 * kSecondUs; moment_us += kStepUs) {
+      Simulation simulation(make_ring({.nodes = 2, .holdoff_ms = 600}), options_with(1));
+      Inspection inspection(simulation);
+      inspection.expect_home();
+      simulation.run_for(phase_us);
+      simulation.execute(kNeighbour, make_request(mgmt::kManualSwitch, {kRing, 1}));
+      simulation.run_for(200 * kMillisecondUs);
+      simulation.execute(kNeighbour, make_request(mgmt::kClear, {kRing}));
+      simulation.run_for(moment_us);
+      simulation.cut(0);
+      simulation.run_for(kStepUs);
+      simulation.restore(0);
+      simulation.run_for(2 * kSettledUs);
+      EXPECT_TRUE(inspection.clean()) << phase_us << ", " << moment_us << "\n"
+                                      << text_of(violations(inspection));
+    }
+  }
+}
+
 }  // namespace erps::sim
