@@ -20,6 +20,18 @@ bool opens_a_port(const RingSnapshot& before, const RingSnapshot& after) {
   return false;
 }
 
+bool waits(const RingSnapshot& ring) {
+  return has_local(ring, RingRequest::kWtr) || has_local(ring, RingRequest::kWtb);
+}
+
+// The owner of a sub-ring hears a manual switch, mostly of an end that joins the major ring, and
+// does not block when its wait would have been over.
+bool ends_wait_by_switch(const Step& step) {
+  return step.cause == Step::Cause::kFrame && step.before != nullptr && step.after != nullptr &&
+         step.message.request() == kMsCode && is_owner(*step.before) && waits(*step.before) &&
+         !waits(*step.after) && is(*step.after, RingState::kManual);
+}
+
 // With or without a link.
 bool has_blocked_port(const RingSnapshot& ring) {
   return std::any_of(ring.ports.begin(), ring.ports.end(),
@@ -99,12 +111,19 @@ void LoopJudge::on_step(const Step& step) {
     });
   }
   watch_opening(step);
-  // What closed the loop is told when its event is over.
-  if (open_ && *loop_.cause.surprise == '\0') {
-    loop_.cause = cause_at(loop_.from_us);
-  }
   if (open_ && loop_.cause.surprise == surprise::kTwoRepair && two_repair()) {
     loop_.cause.most_us = step.to_us - loop_.from_us + bounds_.repeat_us;
+  }
+  if (open_ && loop_.cause.surprise == surprise::kOpenEnd && ends_wait_by_switch(step)) {
+    loop_.cause = {surprise::kOpenEnd};
+  }
+}
+
+// What closed the loop is told when its event is over, and so is what the event has made of the
+// ring.
+void LoopJudge::on_event_done(int64_t /*time_us*/, NodeIndex /*node*/) {
+  if (open_ && *loop_.cause.surprise == '\0') {
+    loop_.cause = cause_at(loop_.from_us);
   }
 }
 
@@ -207,6 +226,14 @@ bool LoopJudge::two_repair() const {
   });
 }
 
+// A whole major ring, by a sub-ring that is open all around.
+bool LoopJudge::goes_on_joining() const {
+  const auto ends = open_watching_ends();
+  return std::any_of(ends.begin(), ends.end(), [&](const Watching& end) {
+    return !end.is_cut && !end.heeds_end && is_open_all_around(end.sub_ring);
+  });
+}
+
 // The watching node took its major ring for cut on both sides. What it was told last may be over;
 // what is told still, it hears the end of.
 LoopJudge::Cause LoopJudge::cause_by_count() const {
@@ -226,8 +253,7 @@ bool LoopJudge::owner_waits(uint32_t ring) const {
   for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
     const RingSnapshot* at = watch_.ring(node, ring);
     if (at != nullptr && is_owner(*at)) {
-      return !dead_[node] &&
-             (has_local(*at, RingRequest::kWtr) || has_local(*at, RingRequest::kWtb));
+      return !dead_[node] && waits(*at);
     }
   }
   return false;
@@ -252,6 +278,21 @@ LoopJudge::Cause LoopJudge::cause_at(int64_t time_us) const {
              last.time_us - one.time_us <= bounds_.carrier_us;
     });
   };
+  // A ring that is open all around loops whichever link has come back.
+  const auto cause_by = [&](const Opening& opening) {
+    // Only an owner that waits blocks then.
+    const bool is_bounded = opening.surprise == surprise::kOpenEnd && owner_waits(opening.ring);
+    return is_bounded ? Cause{opening.surprise, home_bound_us(topology_)} : Cause{opening.surprise};
+  };
+  const auto around = std::find_if(openings_.rbegin(), openings_.rend(), [&](const Opening& one) {
+    return is_open_all_around(one.ring);
+  });
+  if (around != openings_.rend()) {
+    return cause_by(*around);
+  }
+  if (goes_on_joining()) {
+    return {surprise::kSplitOutlived};
+  }
   for (const Return& last : returns_) {
     if (last.time_us == time_us && last.is_forced && other_end_too(last)) {
       return {surprise::kForcedLeft};
@@ -261,10 +302,8 @@ LoopJudge::Cause LoopJudge::cause_at(int64_t time_us) const {
     }
   }
   for (auto last = openings_.rbegin(); last != openings_.rend(); ++last) {
-    if ((last->from_us <= time_us && time_us <= last->to_us) || is_open_all_around(last->ring)) {
-      // Only an owner that waits blocks then.
-      const bool is_bounded = last->surprise == surprise::kOpenEnd && owner_waits(last->ring);
-      return is_bounded ? Cause{last->surprise, home_bound_us(topology_)} : Cause{last->surprise};
+    if (last->from_us <= time_us && time_us <= last->to_us) {
+      return cause_by(*last);
     }
   }
   return two_repair() ? Cause{surprise::kTwoRepair, bounds_.repeat_us} : cause_by_count();

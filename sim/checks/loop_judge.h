@@ -23,6 +23,7 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
 
   void on_record(const Record& record) override;
   void on_step(const Step& step) override;
+  void on_event_done(int64_t time_us, NodeIndex node) override;
   void on_forwarding(int64_t time_us, const Forwarding& forwarding) override;
   void collect(int64_t now_us, std::vector<Finding>& findings) override;
 
@@ -64,6 +65,7 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
   };
   std::vector<Watching> open_watching_ends() const;
   bool two_repair() const;
+  bool goes_on_joining() const;
   Cause cause_by_count() const;
   bool tells_of_failure(const MacAddress& id, uint32_t ring) const;
   bool owner_waits(uint32_t ring) const;

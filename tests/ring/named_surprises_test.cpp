@@ -114,6 +114,62 @@ TEST(LoopOfAnOpenEnd, LastsFromTheStartOfAnInterconnectionNodeUntilTheOwnersWtrI
   EXPECT_THAT(loops_with(3000), IsEmpty());
 }
 
+// A link that fails second at both ends interrupts it, and its return is not the reason.
+TEST(LoopOfAnOpenEnd, GoesOnWhereALinkThatFailedSecondComesBack) {
+  constexpr NodeIndex kMarkingNode = 2;
+  Simulation simulation(make_ladder({.wtr_ms = 20'000}), options_with(1));
+  Inspection inspection(simulation);
+  inspection.expect_home();
+  simulation.crash(kMarkingNode);
+  simulation.run_for(kSettledUs);
+  simulation.restart(kMarkingNode);
+  simulation.run_for(kSettledUs);
+  ASSERT_TRUE(has_loop(simulation.forwarding()));
+  simulation.cut(0);
+  simulation.cut(2);
+  simulation.run_for(kSecondUs);
+  simulation.cut(1);
+  simulation.run_for(kSecondUs);
+  EXPECT_FALSE(has_loop(simulation.forwarding()));
+  simulation.restore(1);
+  simulation.run_for(3 * kSecondUs);
+  EXPECT_TRUE(has_loop(simulation.forwarding()));
+  simulation.restore(0);
+  simulation.restore(2);
+  inspection.expect_home();
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  EXPECT_THAT(loops_in(inspection), Each(Field(&Finding::surprise, surprise::kOpenEnd)));
+}
+
+// The block of a forced switch goes with its node, and everybody else has none. The owner beside it
+// sees the link last, and its return closes the loop.
+TEST(LoopOfAnOpenEnd, IsThereWhereTheNodeThatStartsHadForcedASwitch) {
+  constexpr NodeIndex kWatchingNode = 1;
+  constexpr uint32_t kSubRing = 2;
+  constexpr uint32_t kSubRingPort = 3;
+  constexpr LinkIndex kToOwner = 4;
+  constexpr LinkIndex kRpl = 5;
+  Simulation simulation(make_ladder({}), options_with(1));
+  Inspection inspection(simulation);
+  inspection.expect_home();
+  simulation.execute(kWatchingNode, make_request(mgmt::kForcedSwitch, {kSubRing, kSubRingPort}));
+  simulation.run_for(kSettledUs);
+  simulation.crash(kWatchingNode);
+  simulation.fail_strand(kToOwner, 0);
+  simulation.run_for(kSettledUs);
+  simulation.restart(kWatchingNode);
+  simulation.run_for(2 * kSettledUs);
+  EXPECT_FALSE(has_loop(simulation.forwarding()));
+  simulation.repair_strand(kToOwner, 0);
+  simulation.run_for(10 * kMillisecondUs);
+  EXPECT_TRUE(has_loop(simulation.forwarding()));
+  simulation.cut(kRpl);
+  simulation.run_for(kSettledUs);
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  EXPECT_THAT(loops_in(inspection),
+              AllOf(Not(IsEmpty()), Each(Field(&Finding::surprise, surprise::kOpenEnd))));
+}
+
 // The sub-ring comes home while its major ring is split, and joins the parts. A switch that is
 // forced at that end in between makes it forget, and it does not do so again.
 TEST(SubRing, ForgetsTheSplitOfItsMajorRingWhenACommandTakesThePlaceOfItsOwnSwitch) {
