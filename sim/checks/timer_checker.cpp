@@ -1,6 +1,7 @@
 #include "sim/checks/timer_checker.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
@@ -120,8 +121,8 @@ void TimerChecker::expect_not_overdue(NodeIndex node, uint32_t ring, const Timer
 void TimerChecker::expect_repeated(NodeIndex node, uint32_t ring, const Timers& timers,
                                    int64_t now_us, FindingList& into) const {
   int64_t quiet_since_us = timers.has_to_send_since_us;
-  for (const auto& [port, time_us] : timers.sent_us) {
-    quiet_since_us = quiet_since_us == kNone ? kNone : std::max(quiet_since_us, time_us);
+  for (const auto& [port, sent] : timers.sent) {
+    quiet_since_us = quiet_since_us == kNone ? kNone : std::max(quiet_since_us, sent.at_us);
   }
   const int64_t most_us = kRepetitionUs + lateness_us(node);
   if (quiet_since_us != kNone && now_us - quiet_since_us > most_us) {
@@ -198,23 +199,37 @@ void TimerChecker::on_sent(const Record& record) {
       continue;
     }
     expect_repeated(where.first, where.second, timers, record.time_us, findings_);
-    auto [last, is_first] = timers.sent_us.try_emplace(record.port, record.time_us);
-    const int64_t since_us = record.time_us - last->second;
-    last->second = record.time_us;
-    // A tick after the last one was late, at the earliest.
-    constexpr int64_t kLeastUs = kRepetitionUs - kTickUs;
-    const bool last_was_late = record.time_us - since_us <= late_until_us_[record.node];
-    if (!is_first && !last_was_late && !watch_.in_event(record.node) &&
-        since_us + tolerance_us(record.node) < kLeastUs) {
-      findings_.add(
-          {"timer",
-           record.time_us - since_us,
-           record.time_us,
-           record.node,
-           "R-APS was repeated after " + in_seconds(since_us) + ", before " + in_seconds(kLeastUs),
-           {}});
-    }
+    expect_due(record, timers.sent[record.port]);
   }
+}
+
+void TimerChecker::expect_due(const Record& record, Sent& sent) {
+  const int64_t now_us = record.time_us;
+  const int64_t last_us = std::exchange(sent.at_us, now_us);
+  const int64_t late_us = lateness_us(record.node);
+  if (last_us == kNone || last_us <= late_until_us_[record.node]) {
+    sent.due_us = now_us + kRepetitionUs - late_us;  // this one may be late
+    return;
+  }
+  const bool may_be_new = watch_.in_event(record.node);
+  const bool is_due = now_us + tolerance_us(record.node) >= sent.due_us;
+  if (!is_due && !may_be_new) {
+    findings_.add({"timer",
+                   last_us,
+                   now_us,
+                   record.node,
+                   "R-APS was repeated after " + in_seconds(now_us - last_us) + ", " +
+                       in_seconds(sent.due_us - now_us) + " before it was due",
+                   {}});
+  }
+  // In an event it may be either when it is due.
+  if (!is_due && may_be_new) {
+    sent.due_us = now_us + kRepetitionUs;
+    return;
+  }
+  do {
+    sent.due_us += kRepetitionUs;
+  } while (sent.due_us + late_us < now_us);
 }
 
 // A message that is said anew, with the same words, is repeated from then on.

@@ -2,7 +2,8 @@
 // nor are overdue, and what a node has to say is repeated every five seconds.
 //
 // The module looks at its timers once a second, so a timer is late by up to a tick, and by more
-// behind another one in the list that is due later; WTR counts whole seconds from the second
+// behind another one in the list that is due later; repetitions are not later for that the next
+// time; WTR counts whole seconds from the second
 // in which it starts, so it is early by up to one. What a node was
 // measuring when its processor stood still, or its clock was set, is not judged.
 #pragma once
@@ -29,10 +30,16 @@ class TimerChecker final : public Checker, public Observer, public StepListener 
   enum Kind { kWtr, kWtb, kGuard, kHoldoff, kKinds };
   static constexpr int64_t kNone = -1;
 
+  // The last message that left, and when the next repetition is due. That keeps to the five
+  // seconds from when the message was new, however late any repetition is.
+  struct Sent {
+    int64_t at_us = kNone;
+    int64_t due_us = kNone;
+  };
   struct Timers {
     std::array<int64_t, kKinds> since_us{kNone, kNone, kNone, kNone};
     int64_t has_to_send_since_us = kNone;
-    std::map<uint32_t, int64_t> sent_us;  // by port, when last
+    std::map<uint32_t, Sent> sent;  // by port
   };
 
   struct Limits {
@@ -51,6 +58,7 @@ class TimerChecker final : public Checker, public Observer, public StepListener 
                        FindingList& into) const;
   void watch_sending(const Step& step, Timers& timers);
   void on_sent(const Record& record);
+  void expect_due(const Record& record, Sent& sent);
   void on_timer(const Record& record);
   void forget(NodeIndex node);
 

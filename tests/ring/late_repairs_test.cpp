@@ -130,4 +130,54 @@ TEST(Neighbour, WaitsForTheNextRepetitionWhereALinkLostOne) {
   }
 }
 
+// The sub-ring's end tells its failure over the first open port of its major ring, and it is lost
+// there. When that link goes down, too, the repetition goes the other way round, where all ports
+// are open already.
+TEST(SubRing, TellsItsFailureTheOtherWayWhenALinkOfItsMajorRingFails) {
+  constexpr NodeIndex kWatchingNode = 1;
+  constexpr uint32_t kMajorRing = 1;
+  constexpr LinkIndex kBetweenInterconnectionNodes = 1;
+  constexpr LinkIndex kToMarkingNode = 6;
+  Simulation simulation(make_ladder({}), options_with(1));
+  Inspection inspection(simulation);
+  inspection.expect_home();
+  simulation.execute(kWatchingNode, make_request(mgmt::kForcedSwitch, {kMajorRing, 2}));
+  simulation.run_for(kSettledUs);
+  simulation.fail_strand(kBetweenInterconnectionNodes, 1, true);
+  simulation.fail_strand(kToMarkingNode, 0);
+  simulation.run_for(2 * kSettledUs);
+  EXPECT_TRUE(has_partition(simulation.forwarding()));
+  simulation.fail_strand(kBetweenInterconnectionNodes, 0);
+  simulation.run_for(kSettledUs);
+  EXPECT_FALSE(has_partition(simulation.forwarding()));
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  EXPECT_TRUE(has_partition_named(inspection, surprise::kCameLate));
+}
+
+// A guard time that is started again keeps its place in the list of timers, and holds up the
+// repetition behind it; the next one is on time again.
+TEST(Repetition, IsLateBehindAGuardTimeAndOnTimeAgain) {
+  constexpr NodeIndex kMarkingNode = 2;
+  constexpr uint32_t kMajorRing = 1;
+  constexpr int64_t kStepUs = 100 * kMillisecondUs;
+  for (uint64_t seed = 1; seed <= 30; ++seed) {
+    Simulation simulation(make_ladder({.guard_ms = 2000}), options_with(seed));
+    Inspection inspection(simulation);
+    inspection.expect_home();
+    simulation.run_for(static_cast<int64_t>(seed) * 37 * kMillisecondUs);
+    const auto switch_shortly = [&] {
+      simulation.execute(kMarkingNode, make_request(mgmt::kManualSwitch, {kMajorRing, 1}));
+      simulation.run_for(kStepUs);
+      simulation.execute(kMarkingNode, make_request(mgmt::kClear, {kMajorRing}));
+    };
+    simulation.cut(6);  // which the sub-ring's end repeats
+    simulation.run_for(2300 * kMillisecondUs);
+    switch_shortly();
+    simulation.run_for(1700 * kMillisecondUs);
+    switch_shortly();
+    simulation.run_for(2 * kSettledUs);
+    EXPECT_TRUE(inspection.clean()) << "seed " << seed << "\n" << text_of(violations(inspection));
+  }
+}
+
 }  // namespace erps::sim
