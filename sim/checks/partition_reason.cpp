@@ -16,7 +16,7 @@ struct Surprise {
 };
 
 // In the order in which they are supposed away together.
-constexpr std::array<Surprise, 20> kSurprises{{
+constexpr std::array<Surprise, 21> kSurprises{{
     {surprise::kHoldoffLate, suppose_returns_told},
     {surprise::kNoModule, suppose_no_module_dead},
     {surprise::kSilentFailure, suppose_failures_seen},
@@ -26,6 +26,7 @@ constexpr std::array<Surprise, 20> kSurprises{{
     {surprise::kEventRepeated, suppose_no_event_repeated},
     {surprise::kForcedSplit, suppose_no_forced_switch},
     {surprise::kForcedStuck, suppose_no_forced_switch_stuck},
+    {surprise::kManualStuck, suppose_no_manual_switch_stuck},
     {surprise::kForcedLeft, suppose_no_forced_left},
     {surprise::kManualSplit, suppose_no_manual_switch},
     {surprise::kManualOutlives, suppose_no_manual_outlives},

@@ -25,6 +25,12 @@ bool is_stuck(const RingSnapshot& ring) {
   return sends(ring, kFsCode) && !has_local(ring, RingRequest::kFs);
 }
 
+// The end of a sub-ring that joins its major ring has other reasons.
+bool is_manual_stuck(const RingSnapshot& ring) {
+  return ring.ring_role != kSubRingRole && sends(ring, kMsCode) &&
+         !has_local(ring, RingRequest::kMs);
+}
+
 bool is_cut_off(const PortSnapshot& port) {
   return !port.link_up || port.fail_count != 0;
 }
@@ -88,6 +94,14 @@ bool suppose_no_forced_switch(Supposition& suppose) {
 bool suppose_no_forced_switch_stuck(Supposition& suppose) {
   return suppose.any_ring(is_stuck) && end_switch_where(suppose, [](const RingSnapshot& ring) {
            return is_stuck(ring) || (is(ring, RingState::kForced) && !has_switch(ring));
+         });
+}
+
+bool suppose_no_manual_switch_stuck(Supposition& suppose) {
+  return suppose.any_ring(is_manual_stuck) &&
+         end_switch_where(suppose, [](const RingSnapshot& ring) {
+           return is_manual_stuck(ring) ||
+                  (is(ring, RingState::kManual) && !has_local(ring, RingRequest::kMs));
          });
 }
 

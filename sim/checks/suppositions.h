@@ -77,6 +77,7 @@ bool suppose_switches_obey(Supposition& suppose);
 // Of switches that an operator or a major ring asked for: supposed_commands.cpp.
 bool suppose_no_forced_switch(Supposition& suppose);
 bool suppose_no_forced_switch_stuck(Supposition& suppose);
+bool suppose_no_manual_switch_stuck(Supposition& suppose);
 bool suppose_no_forced_left(Supposition& suppose);
 bool suppose_no_manual_switch(Supposition& suppose);
 bool suppose_no_manual_outlives(Supposition& suppose);

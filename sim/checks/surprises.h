@@ -35,8 +35,9 @@ inline constexpr char kCallFailed[] = "platform call failed";
 inline constexpr char kNoModule[] = "node without its module";
 // An interconnection node tells of its sub-ring, and its R-APS(NR) or R-APS(NR,RB) is not repeated.
 inline constexpr char kEventRepeated[] = "Event repeated in place of what was said before";
-// The first message only ends a state: R-APS(NR) takes a node to pending, and so does R-APS(MS) one
-// that is in manual for it and has seen a link come back. The second one opens the port.
+// The first message only ends a state, or finds one that it does not end: R-APS(NR) takes a node to
+// pending, and so does R-APS(MS) one that is in manual for it and has seen a link come back. The
+// second one opens the port.
 inline constexpr char kHeardTwice[] = "block that a message heard twice ends";
 // WTR, WTB or a command outranked it, and it is needed now.
 inline constexpr char kOutranked[] = "message refused while a local request stood";
@@ -47,6 +48,8 @@ inline constexpr char kForcedSplit[] = "forced switch beside another block";
 inline constexpr char kForcedLeft[] = "forced switch cleared while a link is down";
 // A clear that finds no blocked port whose link is up says nothing, and the R-APS(FS) goes on.
 inline constexpr char kForcedStuck[] = "forced switch cleared while its own link is down";
+// ... nor does one that finds a manual switch so, and the R-APS(MS) goes on.
+inline constexpr char kManualStuck[] = "manual switch cleared while its own link is down";
 // A manual switch of a sub-ring is not ended by a failure of its major ring, and one that is given
 // where a failed link is not told of does not yield to that.
 inline constexpr char kManualSplit[] = "manual switch beside another block";

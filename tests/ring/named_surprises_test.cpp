@@ -276,6 +276,37 @@ TEST_F(JoiningSubRing, GoesOnWhereItsOwnSwitchWasCleared) {
   expect_home_by_a_forced_switch();
 }
 
+// The clear of a forced switch finds no block whose link is up, and leaves the node pending; that
+// of a manual switch finds none either, and the R-APS(MS) goes on. When the other node is back it
+// opens on that, and is alone.
+TEST(ManualSwitch, GoesOnWhereItIsClearedWhileItsOwnLinkIsDown) {
+  constexpr NodeIndex kNeighbour = 1;
+  Simulation simulation(make_ring({.nodes = 2, .ring_role = 1, .owner_has_lowest_id = false}),
+                        options_with(1));
+  Inspection inspection(simulation);
+  const auto give = [&](mgmt::Command command, uint32_t port = 0) {
+    EXPECT_TRUE(simulation.execute(kNeighbour, make_request(command, {kRing, port})).accepted());
+    simulation.run_for(kSecondUs / 2);
+  };
+  inspection.expect_home();
+  give(mgmt::kForcedSwitch, 1);
+  simulation.crash(0);
+  simulation.run_for(kSecondUs);
+  give(mgmt::kClear);
+  give(mgmt::kManualSwitch, 2);
+  give(mgmt::kClear);
+  simulation.restart(0);
+  simulation.run_for(60 * kSecondUs);
+  EXPECT_TRUE(has_partition(simulation.forwarding()));
+  give(mgmt::kManualSwitch, 1);
+  EXPECT_FALSE(has_partition(simulation.forwarding()));
+  give(mgmt::kClear);
+  inspection.expect_home();
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  EXPECT_THAT(inspection.findings(),
+              Contains(Field(&Finding::surprise, testing::HasSubstr(surprise::kManualStuck))));
+}
+
 // A clear that finds it pending takes it to idle, and only R-APS(NR,RB) in pending blocks.
 TEST(Neighbour, GoesIdleWithTheRplOpenByAClearWhilePending) {
   constexpr NodeIndex kOwner = 0;

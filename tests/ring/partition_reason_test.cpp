@@ -266,6 +266,17 @@ TEST_F(SplitRing, LastsWhileAManualSwitchStands) {
   EXPECT_THAT(surprises(), Not(Contains(StrEq(surprise::kManualSplit))));
 }
 
+TEST_F(SplitRing, LastsWhileAManualSwitchThatWasClearedIsRepeated) {
+  enter_all(RingState::kManual);
+  port(0, 1).forwarding = port(3, 2).forwarding = true;
+  enter(ring(1), RingState::kPending);
+  port(1, 1).forwarding = port(1, 2).forwarding = false;
+  say(1, kMs);
+  EXPECT_THAT(surprises(), ElementsAre(surprise::kManualStuck));
+  set_local(1, RingRequest::kMs);
+  EXPECT_THAT(surprises(), Not(Contains(StrEq(surprise::kManualStuck))));
+}
+
 TEST_F(SplitRing, LastsWhileASwitchDoesNotDoAsItIsTold) {
   reason();
   now.open[2] = false;
