@@ -279,13 +279,17 @@ void Mishaps::add_who_has_to_hear_twice(const Step& step) {
     add_here(surprise::kForcedStuck, repeat_us_);
   }
   if (step.cause != Step::Cause::kFrame || (after.ring & 0xFFU) != step.message.ring() ||
-      before.state == after.state || !matters(after, step.message)) {
+      before.state == after.state) {
     return;
   }
   const RingRequest request = request_in(step.message);
-  if (request == RingRequest::kRapsNr) {
+  // What is repeated by others did not open the port either, in the state that R-APS(NR) ends.
+  if (request == RingRequest::kRapsNr &&
+      (matters(after, step.message) || (has_block(after) && waits_to_hear(step.node, after)))) {
     add_here(surprise::kHeardTwice, repeat_us_);
-  } else if (request == RingRequest::kRapsMs && before.state == kManual) {
+    return;
+  }
+  if (request == RingRequest::kRapsMs && before.state == kManual && matters(after, step.message)) {
     const bool has_own = before.local_priority == static_cast<uint32_t>(RingRequest::kMs);
     add_here(has_own ? surprise::kManualCollision : surprise::kHeardTwice, repeat_us_);
   }

@@ -180,4 +180,36 @@ TEST(Repetition, IsLateBehindAGuardTimeAndOnTimeAgain) {
   }
 }
 
+// R-APS(NR) of a cleared switch takes the owner out of forced. Its port was blocked there by a
+// failure that is over, and another forced switch that it had heard opens it when it is repeated.
+TEST(Owner, OpensOnAForcedSwitchThatItHearsAgain) {
+  constexpr NodeIndex kCleared = 1;
+  constexpr NodeIndex kStanding = 3;
+  constexpr LinkIndex kOwnersLink = 0;
+  constexpr int64_t kStepUs = 700 * kMillisecondUs;
+  bool has_heard_again = false;
+  for (int64_t clear_us = 0; clear_us < 5 * kSecondUs; clear_us += kStepUs) {
+    for (int64_t repair_us = 0; repair_us < 5 * kSecondUs; repair_us += kStepUs) {
+      Simulation simulation(make_ring({}), options_with(1));
+      Inspection inspection(simulation);
+      inspection.expect_home();
+      simulation.fail_strand(kOwnersLink, 1);
+      simulation.run_for(kSettledUs);
+      simulation.execute(kStanding, make_request(mgmt::kForcedSwitch, {kRing, 1}));
+      simulation.run_for(kSecondUs);
+      simulation.execute(kCleared, make_request(mgmt::kForcedSwitch, {kRing, 2}));
+      simulation.run_for(clear_us);
+      simulation.execute(kCleared, make_request(mgmt::kClear, {kRing}));
+      simulation.run_for(10 * kSecondUs + repair_us);
+      simulation.repair_strand(kOwnersLink, 1);
+      simulation.run_for(2 * kSettledUs);
+      EXPECT_FALSE(has_partition(simulation.forwarding()));
+      EXPECT_TRUE(inspection.clean()) << clear_us << ", " << repair_us << "\n"
+                                      << text_of(violations(inspection));
+      has_heard_again = has_heard_again || has_partition_named(inspection, surprise::kHeardTwice);
+    }
+  }
+  EXPECT_TRUE(has_heard_again);
+}
+
 }  // namespace erps::sim
