@@ -284,24 +284,25 @@ void PartitionJudge::judge(const Partition& partition, FindingList& into) const 
     if (take(cover_by_repair(covered_us, bounds), partition.to_us)) {
       continue;
     }
+    // Where the reason is gone, its end is told on: the one before may still explain it.
+    bool goes_on = false;
     auto next = std::find_if(stretches.begin(), stretches.end(),
                              [&](const Stretch& stretch) { return stretch.from_us > covered_us; });
-    if (next == stretches.begin()) {
-      break;
+    while (!goes_on && next != stretches.begin()) {
+      const int64_t most_us =
+          (next == stretches.end() ? partition.to_us : next->from_us) + bounds.repair_us;
+      const PartitionReason& reason = (--next)->reason;
+      if (most_us <= covered_us) {
+        break;
+      }
+      for (const char* surprise : reason.surprises) {
+        goes_on = take({most_us, surprise}, most_us) || goes_on;
+        names.insert(surprise);
+      }
+      goes_on = goes_on ||
+                (reason.is_unheard && take(cover_by_mishap(covered_us, reason.concerned), most_us));
     }
-    // Where the reason is gone, its end is told on.
-    const int64_t most_us =
-        (next == stretches.end() ? partition.to_us : next->from_us) + bounds.repair_us;
-    const PartitionReason& reason = std::prev(next)->reason;
-    bool goes_on = false;
-    for (const char* surprise : reason.surprises) {
-      names.insert(surprise);
-      goes_on = true;
-    }
-    if (goes_on) {
-      covered_us = most_us;
-    } else if (!reason.is_unheard ||
-               !take(cover_by_mishap(covered_us, reason.concerned), most_us)) {
+    if (!goes_on) {
       break;
     }
   }
