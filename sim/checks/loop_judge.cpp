@@ -6,6 +6,7 @@
 #include "sim/checks/graph.h"
 #include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
+#include "sim/checks/watching_ends.h"
 
 namespace erps::sim {
 
@@ -55,13 +56,6 @@ bool is_left_open(const RingSnapshot& ring, uint32_t port) {
 bool is_open_end(const RingSnapshot& ring) {
   return ring.ring_role == kSubRingRole && is(ring, RingState::kPending) && sends(ring, kNrCode) &&
          !ring.tx_rb && ring.ports[0].forwarding;
-}
-
-// The watching node's end of a sub-ring, as long as the major ring is cut on both sides. A clear
-// there finds no block to tell of, and the R-APS(MS) goes on.
-bool is_open_for_major_ring(const RingSnapshot& ring) {
-  return ring.ring_role == kSubRingRole && ring.ports[0].forwarding &&
-         (has_local(ring, RingRequest::kMs) || sends(ring, kMsCode));
 }
 
 std::string in_milliseconds(int64_t time_us) {
@@ -122,7 +116,13 @@ void LoopJudge::on_step(const Step& step) {
 // What closed the loop is told when its event is over, and so is what the event has made of the
 // ring.
 void LoopJudge::on_event_done(int64_t /*time_us*/, NodeIndex /*node*/) {
-  if (open_ && *loop_.cause.surprise == '\0') {
+  const bool is_unknown = *loop_.cause.surprise == '\0';
+  if (!open_ || (!is_unknown && loop_.cause.surprise != surprise::kSecondFailure)) {
+    return;
+  }
+  if (const Cause cause = cause_by_open_ring(); *cause.surprise != '\0') {
+    loop_.cause = cause;
+  } else if (is_unknown) {
     loop_.cause = cause_at(loop_.from_us);
   }
 }
@@ -182,45 +182,11 @@ const char* LoopJudge::surprise_of(const Step& step) const {
   return "";
 }
 
-bool LoopJudge::tells_of_failure(const MacAddress& id, uint32_t ring) const {
-  for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
-    const RingSnapshot* at = watch_.ring(node, ring);
-    if (at != nullptr && at->local_node_id == id) {
-      return sends(*at, kSfCode);
-    }
-  }
-  return false;
-}
-
-std::vector<LoopJudge::Watching> LoopJudge::open_watching_ends() const {
-  std::vector<Watching> ends;
-  for (NodeIndex node = 0; node < topology_.nodes.size(); ++node) {
-    for (const SubRingConfig& config : topology_.nodes[node].sub_rings) {
-      const RingSnapshot* major = watch_.ring(node, config.major_ring);
-      const RingSnapshot* sub_ring = watch_.ring(node, config.ring);
-      if (major == nullptr || sub_ring == nullptr || !is_open_for_major_ring(*sub_ring)) {
-        continue;
-      }
-      const auto is_cut = [](const PortSnapshot& port) {
-        return !port.link_up || port.fail_count != 0;
-      };
-      const auto is_old = [&](const PortSnapshot& port) {
-        return port.link_up && !tells_of_failure(port.rx_node_id, major->ring);
-      };
-      ends.push_back({major->ring, sub_ring->ring,
-                      std::all_of(major->ports.begin(), major->ports.end(), is_cut),
-                      std::any_of(major->ports.begin(), major->ports.end(), is_old),
-                      is(*sub_ring, RingState::kManual)});
-    }
-  }
-  return ends;
-}
-
 // A major ring is cut into two, and more than one sub-ring joins them.
 bool LoopJudge::two_repair() const {
   std::map<uint32_t, uint32_t> repaired;  // by major ring, the sub-ring
-  const auto ends = open_watching_ends();
-  return std::any_of(ends.begin(), ends.end(), [&](const Watching& end) {
+  const auto ends = open_watching_ends(topology_, watch_);
+  return std::any_of(ends.begin(), ends.end(), [&](const WatchingEnd& end) {
     return end.is_cut && !end.is_old &&
            repaired.try_emplace(end.major_ring, end.sub_ring).first->second != end.sub_ring;
   });
@@ -228,8 +194,8 @@ bool LoopJudge::two_repair() const {
 
 // A whole major ring, by a sub-ring that is open all around.
 bool LoopJudge::goes_on_joining() const {
-  const auto ends = open_watching_ends();
-  return std::any_of(ends.begin(), ends.end(), [&](const Watching& end) {
+  const auto ends = open_watching_ends(topology_, watch_);
+  return std::any_of(ends.begin(), ends.end(), [&](const WatchingEnd& end) {
     return !end.is_cut && !end.heeds_end && is_open_all_around(end.sub_ring);
   });
 }
@@ -238,7 +204,7 @@ bool LoopJudge::goes_on_joining() const {
 // what is told still, it hears the end of.
 LoopJudge::Cause LoopJudge::cause_by_count() const {
   Cause cause{"", 0};
-  for (const Watching& end : open_watching_ends()) {
+  for (const WatchingEnd& end : open_watching_ends(topology_, watch_)) {
     const Cause by_this = end.is_cut && !end.is_old ? Cause{surprise::kOldCount, bounds_.repeat_us}
                           : end.is_cut              ? Cause{surprise::kOldCount}
                           : end.heeds_end  // it is about to close
@@ -271,6 +237,23 @@ bool LoopJudge::is_open_all_around(uint32_t ring) const {
   return is_open;
 }
 
+LoopJudge::Cause LoopJudge::cause_by_opening(const Opening& opening) const {
+  // Only an owner that waits blocks then.
+  const bool is_bounded = opening.surprise == surprise::kOpenEnd && owner_waits(opening.ring);
+  return is_bounded ? Cause{opening.surprise, home_bound_us(topology_)} : Cause{opening.surprise};
+}
+
+// A ring that is open all around loops whichever link has come back.
+LoopJudge::Cause LoopJudge::cause_by_open_ring() const {
+  const auto around = std::find_if(openings_.rbegin(), openings_.rend(), [&](const Opening& one) {
+    return is_open_all_around(one.ring);
+  });
+  if (around != openings_.rend()) {
+    return cause_by_opening(*around);
+  }
+  return goes_on_joining() ? Cause{surprise::kSplitOutlived} : Cause{"", 0};
+}
+
 LoopJudge::Cause LoopJudge::cause_at(int64_t time_us) const {
   const auto other_end_too = [&](const Return& last) {
     return std::any_of(returns_.begin(), returns_.end(), [&](const Return& one) {
@@ -278,20 +261,8 @@ LoopJudge::Cause LoopJudge::cause_at(int64_t time_us) const {
              last.time_us - one.time_us <= bounds_.carrier_us;
     });
   };
-  // A ring that is open all around loops whichever link has come back.
-  const auto cause_by = [&](const Opening& opening) {
-    // Only an owner that waits blocks then.
-    const bool is_bounded = opening.surprise == surprise::kOpenEnd && owner_waits(opening.ring);
-    return is_bounded ? Cause{opening.surprise, home_bound_us(topology_)} : Cause{opening.surprise};
-  };
-  const auto around = std::find_if(openings_.rbegin(), openings_.rend(), [&](const Opening& one) {
-    return is_open_all_around(one.ring);
-  });
-  if (around != openings_.rend()) {
-    return cause_by(*around);
-  }
-  if (goes_on_joining()) {
-    return {surprise::kSplitOutlived};
+  if (const Cause cause = cause_by_open_ring(); *cause.surprise != '\0') {
+    return cause;
   }
   for (const Return& last : returns_) {
     if (last.time_us == time_us && last.is_forced && other_end_too(last)) {
@@ -303,7 +274,7 @@ LoopJudge::Cause LoopJudge::cause_at(int64_t time_us) const {
   }
   for (auto last = openings_.rbegin(); last != openings_.rend(); ++last) {
     if (last->from_us <= time_us && time_us <= last->to_us) {
-      return cause_by(*last);
+      return cause_by_opening(*last);
     }
   }
   return two_repair() ? Cause{surprise::kTwoRepair, bounds_.repeat_us} : cause_by_count();

@@ -55,19 +55,11 @@ class LoopJudge final : public Checker, public Observer, public StepListener {
 
   void watch_opening(const Step& step);
   const char* surprise_of(const Step& step) const;
-  // What the watching end of a sub-ring that is open for its major ring knows of that.
-  struct Watching {
-    uint32_t major_ring = 0;
-    uint32_t sub_ring = 0;
-    bool is_cut = false;     // on both sides
-    bool is_old = false;     // and who told of it does so no more
-    bool heeds_end = false;  // of the split
-  };
-  std::vector<Watching> open_watching_ends() const;
   bool two_repair() const;
   bool goes_on_joining() const;
   Cause cause_by_count() const;
-  bool tells_of_failure(const MacAddress& id, uint32_t ring) const;
+  Cause cause_by_opening(const Opening& opening) const;
+  Cause cause_by_open_ring() const;
   bool owner_waits(uint32_t ring) const;
   bool is_open_all_around(uint32_t ring) const;
   Cause cause_at(int64_t time_us) const;

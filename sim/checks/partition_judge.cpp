@@ -17,13 +17,6 @@ std::string in_milliseconds(int64_t time_us) {
          std::to_string(time_us % kMillisecondUs / 100) + " ms";
 }
 
-bool same_circumstances(const Forwarding& one, const Forwarding& other) {
-  return one.powered == other.powered &&
-         std::equal(
-             one.arcs.begin(), one.arcs.end(), other.arcs.begin(), other.arcs.end(),
-             [](const Arc& first, const Arc& second) { return first.works == second.works; });
-}
-
 }  // namespace
 
 PartitionJudge::PartitionJudge(Simulation& simulation, const RingWatch& watch, const Bounds& bounds,
@@ -38,6 +31,7 @@ PartitionJudge::PartitionJudge(Simulation& simulation, const RingWatch& watch, c
 
 void PartitionJudge::on_record(const Record& record) {
   find_reason(record.time_us);
+  repairs_.on_record(record);
   const auto set_carriers = [&](const auto& is_meant, bool up) {
     const auto& links = simulation_.topology().links;
     for (size_t i = 0; i < last_.carriers.size(); ++i) {
@@ -45,11 +39,6 @@ void PartitionJudge::on_record(const Record& record) {
     }
   };
   switch (record.kind) {
-    case RecordKind::kSignal:
-      if (changes_us_.empty() || changes_us_.back() != record.time_us) {
-        changes_us_.push_back(record.time_us);
-      }
-      return;
     case RecordKind::kCarrier:
       set_carriers(
           [&](const LinkEnd& end) {
@@ -64,28 +53,17 @@ void PartitionJudge::on_record(const Record& record) {
     case RecordKind::kCrash:
       set_carriers([&](const LinkEnd& end) { return end.node == record.node; }, false);
       last_.dead[record.node] = false;
-      end_boot(record.time_us, record.node);
       break;
     case RecordKind::kSlowed:
       slowness_[record.node] = std::max<int64_t>(1, record.a);
       break;
     case RecordKind::kRunning:
       last_.dead[record.node] = false;
-      starts_us_.push_back(record.time_us);
-      end_boot(record.time_us, record.node);
       break;
     default:
       return;
   }
   note(record.time_us);
-}
-
-void PartitionJudge::end_boot(int64_t time_us, NodeIndex node) {
-  for (Boot& boot : boots_) {
-    if (boot.node == node) {
-      boot.to_us = std::min(boot.to_us, time_us);
-    }
-  }
 }
 
 void PartitionJudge::on_step(const Step& step) {
@@ -131,16 +109,7 @@ void PartitionJudge::on_event_done(int64_t time_us, NodeIndex /*node*/) {
 
 void PartitionJudge::on_forwarding(int64_t time_us, const Forwarding& forwarding) {
   find_reason(time_us);
-  if (!same_circumstances(forwarding, last_.forwarding)) {
-    changes_us_.push_back(time_us);
-  }
-  for (NodeIndex node = 0; node < last_.dead.size(); ++node) {
-    const bool was_powered =
-        node < last_.forwarding.powered.size() && last_.forwarding.powered[node];
-    if (forwarding.powered[node] && !was_powered) {
-      boots_.push_back({node, time_us});
-    }
-  }
+  repairs_.on_forwarding(time_us, forwarding);
   last_.forwarding = forwarding;
   const bool split = has_partition(forwarding);
   if (split && !open_) {
@@ -212,53 +181,7 @@ void PartitionJudge::judge_old(int64_t now_us) {
   }
   const int64_t since_us = (waiting_.empty() ? now_us : waiting_.front().from_us) - kAllToldUs;
   mishaps_.forget_before(since_us);
-  const auto is_old = [=](int64_t time_us) { return time_us < since_us; };
-  std::erase_if(starts_us_, is_old);
-  std::erase_if(changes_us_, is_old);
-  std::erase_if(boots_, [=](const Boot& boot) { return boot.to_us < since_us; });
-}
-
-// A link or a node has failed or come back, or a node without its software is split off until that
-// runs; a node that boots is, even if its power fails again before.
-PartitionJudge::Cover PartitionJudge::cover_by_repair(int64_t time_us, const Bounds& bounds) const {
-  Cover cover{time_us, nullptr};
-  for (const int64_t change_us : changes_us_) {
-    if (change_us <= time_us) {
-      cover.until_us = std::max(cover.until_us, change_us + bounds.repair_us);
-    }
-  }
-  for (const Boot& boot : boots_) {
-    if (boot.from_us <= time_us) {
-      const int64_t booted_us = std::min(boot.to_us, boot.from_us + bounds.start_us);
-      cover.until_us = std::max(cover.until_us, booted_us + bounds.repair_us);
-    }
-  }
-  for (const int64_t start_us : starts_us_) {
-    if (start_us - bounds.start_us <= time_us) {
-      cover.until_us = std::max(cover.until_us, start_us + bounds.repair_us);
-    }
-  }
-  for (const Mishap& mishap : mishaps_.all()) {
-    const int64_t until_us = mishap.time_us + mishap.lasts_us + bounds.repair_us;
-    if (mishap.surprise == surprise::kStalled && mishap.time_us <= time_us &&
-        until_us > cover.until_us) {
-      cover = {until_us, mishap.surprise};
-    }
-  }
-  return cover;
-}
-
-PartitionJudge::Cover PartitionJudge::cover_by_mishap(int64_t time_us,
-                                                      const std::set<NodeIndex>& concerned) const {
-  Cover cover{time_us, nullptr};
-  for (const Mishap& mishap : mishaps_.all()) {
-    const int64_t until_us = mishap.time_us + mishap.lasts_us;
-    if (concerned.count(mishap.node) != 0 && mishap.time_us <= time_us &&
-        until_us > cover.until_us) {
-      cover = {until_us, mishap.surprise};
-    }
-  }
-  return cover;
+  repairs_.forget_before(since_us);
 }
 
 void PartitionJudge::judge(const Partition& partition, FindingList& into) const {
@@ -281,7 +204,7 @@ void PartitionJudge::judge(const Partition& partition, FindingList& into) const 
     return true;
   };
   while (covered_us < partition.to_us) {
-    if (take(cover_by_repair(covered_us, bounds), partition.to_us)) {
+    if (take(repairs_.cover(mishaps_, covered_us, bounds), partition.to_us)) {
       continue;
     }
     // Where the reason is gone, its end is told on: the one before may still explain it.
@@ -299,8 +222,8 @@ void PartitionJudge::judge(const Partition& partition, FindingList& into) const 
         goes_on = take({most_us, surprise}, most_us) || goes_on;
         names.insert(surprise);
       }
-      goes_on = goes_on ||
-                (reason.is_unheard && take(cover_by_mishap(covered_us, reason.concerned), most_us));
+      goes_on = goes_on || (reason.is_unheard &&
+                            take(cover_by_mishap(mishaps_, covered_us, reason.concerned), most_us));
     }
     if (!goes_on) {
       break;

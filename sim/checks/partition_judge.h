@@ -6,13 +6,13 @@
 // repeated in time.
 #pragma once
 
-#include <limits>
 #include <optional>
 
 #include "sim/checks/bounds.h"
 #include "sim/checks/checker.h"
 #include "sim/checks/mishaps.h"
 #include "sim/checks/partition_reason.h"
+#include "sim/checks/repairs.h"
 #include "sim/checks/spells.h"
 
 namespace erps::sim {
@@ -42,27 +42,12 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
     std::vector<Stretch> stretches;  // the first begins when it has lasted too long
     int64_t slowness = 1;            // the most of any node
   };
-  // How far an explanation goes, and its name if it is a surprise.
-  struct Cover {
-    int64_t until_us = 0;
-    const char* surprise = nullptr;
-  };
-
-  // From a node's power on until its module runs, or the node is down again.
-  struct Boot {
-    NodeIndex node = 0;
-    int64_t from_us = 0;
-    int64_t to_us = std::numeric_limits<int64_t>::max();
-  };
 
   bool starts_beside_split(const Step& step) const;
   void watch_repair(const Step& step);
-  void end_boot(int64_t time_us, NodeIndex node);
   void note(int64_t time_us);
   void look();
   void find_reason(int64_t time_us);
-  Cover cover_by_repair(int64_t time_us, const Bounds& bounds) const;
-  Cover cover_by_mishap(int64_t time_us, const std::set<NodeIndex>& concerned) const;
   void judge(const Partition& partition, FindingList& into) const;
   void judge_old(int64_t now_us);
 
@@ -75,9 +60,7 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
   int64_t noted_us_ = 0;            // when that was
   bool is_asked_ = false;           // for the reason in these circumstances
   std::vector<Partition> waiting_;  // to be judged once all is known of them
-  std::vector<int64_t> starts_us_;  // when nodes were configured
-  std::vector<Boot> boots_;
-  std::vector<int64_t> changes_us_;  // when links and nodes failed or came back
+  Repairs repairs_;
   bool open_ = false;
   bool step_changed_ = false;  // something, and it is not noted
   FindingList findings_;

@@ -14,6 +14,12 @@ inline std::vector<Finding> violations(Inspection& inspection) {
   return findings;
 }
 
+inline std::vector<Finding> loops_in(Inspection& inspection) {
+  auto findings = inspection.findings();
+  std::erase_if(findings, [](const Finding& finding) { return finding.check != "loop"; });
+  return findings;
+}
+
 inline std::string text_of(const std::vector<Finding>& findings) {
   std::string text;
   for (const Finding& finding : findings) {

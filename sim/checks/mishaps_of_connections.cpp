@@ -1,0 +1,98 @@
+// Who comes within reach of what is repeated, and has to wait for the next time.
+#include <algorithm>
+
+#include "sim/checks/message_questions.h"
+#include "sim/checks/mishaps.h"
+#include "sim/checks/surprises.h"
+
+namespace erps::sim {
+
+namespace {
+
+bool has_ring(const NodePlan& node, uint32_t ring) {
+  return std::any_of(node.rings.begin(), node.rings.end(),
+                     [=](const RingConfig& at) { return at.ring == ring; }) ||
+         std::any_of(node.sub_rings.begin(), node.sub_rings.end(),
+                     [=](const SubRingConfig& at) { return at.ring == ring; });
+}
+
+}  // namespace
+
+// Whether it has not, since the speaker says so.
+bool Mishaps::has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSnapshot& ring) const {
+  const uint32_t id = id_end(topology_.nodes[speaker].address);
+  const uint32_t words = words_of(ring);
+  int64_t since_us = 0;
+  for (const Said& said : members_[speaker].said) {
+    since_us = said.ring == ring.ring && said.words == words ? said.since_us : since_us;
+  }
+  const Member& member = members_[listener];
+  const bool heard_it =
+      std::any_of(member.heard.begin(), member.heard.end(), [&](const Heard& one) {
+        return one.ring == ring.ring && one.from == id && one.words == words &&
+               one.at_us >= since_us;
+      });
+  return listener != speaker && member.running && !heard_it &&
+         has_ring(topology_.nodes[listener], ring.ring);
+}
+
+// Whether the listener has missed a repetition that it would heed now, although it has heard the
+// same before.
+bool Mishaps::has_to_hear_again(int64_t time_us, NodeIndex listener, NodeIndex speaker,
+                                const RingSnapshot& ring) const {
+  constexpr int64_t kRepetitionUs = 5 * kSecondUs;
+  const uint32_t id = id_end(topology_.nodes[speaker].address);
+  const auto& heard = members_[listener].heard;
+  const RingSnapshot* at = watch_.ring(listener, ring.ring);
+  return listener != speaker && at != nullptr && matters(*at, message_of(ring)) &&
+         std::none_of(heard.begin(), heard.end(), [&](const Heard& one) {
+           return one.ring == ring.ring && one.from == id && one.at_us >= time_us - kRepetitionUs;
+         });
+}
+
+void Mishaps::add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const RingSnapshot& ring) {
+  for (NodeIndex listener = 0; listener < members_.size(); ++listener) {
+    if (has_not_heard(listener, speaker, ring) ||
+        has_to_hear_again(time_us, listener, speaker, ring)) {
+      mishaps_.push_back({time_us, surprise::kCameLate, listener, repeat_us_});
+    }
+  }
+}
+
+// What the end of a sub-ring says or passes on goes through the first open port of its major ring:
+// when that fails it is another one, and others hear it.
+void Mishaps::on_other_way(const Step& step) {
+  const auto way = [](const RingSnapshot& major) {
+    const auto first = std::find_if(
+        major.ports.begin(), major.ports.end(),
+        [](const PortSnapshot& port) { return port.present && port.link_up && port.forwarding; });
+    return first - major.ports.begin();
+  };
+  for (const SubRingConfig& config : topology_.nodes[step.node].sub_rings) {
+    if (config.major_ring != step.ring() || way(*step.before) == way(*step.after)) {
+      continue;
+    }
+    for (NodeIndex speaker = 0; speaker < members_.size(); ++speaker) {
+      const RingSnapshot* said = watch_.ring(speaker, config.ring);
+      if (said != nullptr && said->sending) {
+        add_who_did_not_hear(step.to_us, speaker, *said);
+      }
+    }
+  }
+}
+
+// Somebody repeats what somebody else has not heard. Asked of the modules as they are now: the
+// watch is a little late.
+void Mishaps::on_connection(const Record& record) {
+  connected_us_ = record.time_us;
+  for (NodeIndex speaker = 0; speaker < members_.size(); ++speaker) {
+    simulation_.records(speaker).read_rings(rings_);
+    for (const RingSnapshot& ring : rings_) {
+      if (ring.sending) {
+        add_who_did_not_hear(record.time_us, speaker, ring);
+      }
+    }
+  }
+}
+
+}  // namespace erps::sim
