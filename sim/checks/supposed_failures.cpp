@@ -107,9 +107,12 @@ bool suppose_marks_told_apart(Supposition& suppose) {
       major_rings.insert(config.major_ring);
     }
   }
+  if (sub_rings.size() == major_rings.size()) {
+    return false;
+  }
   suppose.hearing.tell_marks_apart();
   suppose_failures_counted(suppose);
-  return sub_rings.size() > major_rings.size();
+  return true;
 }
 
 // Their rings are at home, but for failed links.

@@ -306,4 +306,32 @@ TEST_F(SplitRingWithHoldoff, LastsWhenTheHoldoffTellsOfALinkThatIsBack) {
   EXPECT_THAT(surprises(), IsEmpty());
 }
 
+// With a single sub-ring there are no marks of another one, and a failure that is not counted is
+// nothing but that.
+TEST(SplitLadder, HasNoMarksToTellApart) {
+  constexpr NodeIndex kWatchingNode = 1;
+  const Topology topology = make_ladder({});
+  const auto ring_of = [&](NodeIndex node) {
+    RingSnapshot ring;
+    ring.ring = topology.nodes[node].rings[0].ring;
+    ring.local_node_id = topology.nodes[node].address;
+    return ring;
+  };
+  Hearing::Rings rings(topology.nodes.size());
+  rings[0] = {ring_of(0)};
+  rings[0][0].sending = true;
+  rings[0][0].tx_request = kSf;
+  rings[kWatchingNode] = {ring_of(kWatchingNode)};
+  rings[kWatchingNode][0].ports[0].rx_node_id = topology.nodes[0].address;
+  const Circumstances now;
+  const auto suppose_it = [&](bool (*suppose_not)(Supposition&)) {
+    Supposition suppose{topology, now, Hearing(topology, rings, {}), false, false};
+    const bool is_so = suppose_not(suppose);
+    EXPECT_EQ(suppose.hearing.rings != rings, is_so);
+    return is_so;
+  };
+  EXPECT_TRUE(suppose_it(suppose_failures_counted));
+  EXPECT_FALSE(suppose_it(suppose_marks_told_apart));
+}
+
 }  // namespace erps::sim
