@@ -37,25 +37,7 @@ class ModelRing {
   }
 
   bool holds(const std::string& word) const {
-    if (word[0] == '!') {
-      return !holds(word.substr(1));
-    }
-    const std::map<std::string, bool> facts = {
-        {"owner", (c_.node_role & 1) != 0},
-        {"neighbour", (c_.node_role & 2) != 0},
-        {"plain", plain()},
-        {"revertive", c_.non_revertive == 0},
-        {"non-revertive", c_.non_revertive == 1},
-        {"any-blocked", any([this](size_t i) { return up(i) && blocked(i); })},
-        {"RPL-blocked",
-         !plain() && !sub() && any([this](size_t i) { return is_rpl(i) && blocked(i); })},
-        {"requested-blocked", any([this](size_t i) { return requested(i) && blocked(i); })},
-        {"failed-blocked",
-         c_.event_port != -1 && any([this](size_t i) { return !up(i) && blocked(i); })},
-        {"lower-remote", c_.remote_is_lower},
-        {"hold-off", c_.holdoff_running},
-    };
-    return facts.at(word);
+    return word[0] == '!' ? !facts().at(word.substr(1))(*this) : facts().at(word)(*this);
   }
 
   void carry_out(const std::string& step) {
@@ -85,7 +67,39 @@ class ModelRing {
   }
 
  private:
+  using Fact = std::function<bool(const ModelRing&)>;
   using Operation = std::function<void(ModelRing&)>;
+
+  static const std::map<std::string, Fact>& facts() {
+    static const std::map<std::string, Fact> kFacts = {
+        {"owner", [](const ModelRing& r) { return (r.c_.node_role & 1) != 0; }},
+        {"neighbour", [](const ModelRing& r) { return (r.c_.node_role & 2) != 0; }},
+        {"plain", [](const ModelRing& r) { return r.plain(); }},
+        {"revertive", [](const ModelRing& r) { return r.c_.non_revertive == 0; }},
+        {"non-revertive", [](const ModelRing& r) { return r.c_.non_revertive == 1; }},
+        {"any-blocked",
+         [](const ModelRing& r) {
+           return r.any([&r](size_t i) { return r.up(i) && r.blocked(i); });
+         }},
+        {"RPL-blocked",
+         [](const ModelRing& r) {
+           return !r.plain() && !r.sub() &&
+                  r.any([&r](size_t i) { return r.is_rpl(i) && r.blocked(i); });
+         }},
+        {"requested-blocked",
+         [](const ModelRing& r) {
+           return r.any([&r](size_t i) { return r.requested(i) && r.blocked(i); });
+         }},
+        {"failed-blocked",
+         [](const ModelRing& r) {
+           return r.c_.event_port != -1 &&
+                  r.any([&r](size_t i) { return !r.up(i) && r.blocked(i); });
+         }},
+        {"lower-remote", [](const ModelRing& r) { return r.c_.remote_is_lower; }},
+        {"hold-off", [](const ModelRing& r) { return r.c_.holdoff_running; }},
+    };
+    return kFacts;
+  }
 
   static const std::map<std::string, Operation>& operations() {
     static const std::map<std::string, Operation> kOperations = {
@@ -208,19 +222,16 @@ class ModelRing {
   std::vector<std::string> steps_;
 };
 
-bool has_word(const std::string& words, const std::string& word) {
-  const std::vector<std::string> list = split(words, " ");
-  return std::find(list.begin(), list.end(), word) != list.end();
-}
-
 bool matches(const EntryRow& row, const std::string& state, const ModelRing& ring) {
-  const std::vector<std::string> words = split(row.when, " ");
-  return has_word(row.states, state) &&
-         std::all_of(words.begin(), words.end(),
+  return std::find(row.states.begin(), row.states.end(), state) != row.states.end() &&
+         std::all_of(row.when.begin(), row.when.end(),
                      [&ring](const std::string& word) { return ring.holds(word); });
 }
 
 }  // namespace
+
+EntryRow::EntryRow(const char* states_text, const char* when_text, const char* then_text)
+    : states(split(states_text, " ")), when(split(when_text, " ")), then(split(then_text, "; ")) {}
 
 std::string describe(const RingCondition& c) {
   return "in " + state_name(c.state) + " (" + std::to_string(c.state) + "), node role " +
@@ -245,9 +256,10 @@ void PrintTo(const EntryOutcome& outcome, std::ostream* out) {
 EntryOutcome expected_outcome(const EntryTable& table, const RingCondition& condition,
                               bool repeating) {
   ModelRing ring(condition, table.mach_enter, repeating);
+  const std::string state = state_name(condition.state);
   const EntryRow* chosen = nullptr;
   for (const EntryRow& row : table.rows) {
-    if (matches(row, state_name(condition.state), ring)) {
+    if (matches(row, state, ring)) {
       if (chosen != nullptr) {
         throw std::logic_error("two rows of " + table.name + " match " + describe(condition));
       }
@@ -257,7 +269,7 @@ EntryOutcome expected_outcome(const EntryTable& table, const RingCondition& cond
   if (chosen == nullptr) {
     throw std::logic_error("no row of " + table.name + " matches " + describe(condition));
   }
-  for (const std::string& step : split(chosen->then, "; ")) {
+  for (const std::string& step : chosen->then) {
     ring.carry_out(step);
   }
   return ring.outcome();

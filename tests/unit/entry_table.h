@@ -43,9 +43,11 @@ std::string describe(const RingCondition& condition);
 //   -> state                                   enter it; "stay" enters the present one again
 // An empty `then` ignores the request altogether.
 struct EntryRow {
-  std::string states;
-  std::string when;
-  std::string then;
+  EntryRow(const char* states_text, const char* when_text, const char* then_text);
+
+  std::vector<std::string> states;
+  std::vector<std::string> when;
+  std::vector<std::string> then;
 };
 
 struct EntryTable {

@@ -27,10 +27,6 @@ constexpr LoggedRequest kLoggedRequests[] = {
     {"[stop_delay_timer_priority_logic:", "]msg = 3 ", "stop WTB"},
 };
 
-bool starts_with(const std::string& text, const std::string& prefix) {
-  return text.rfind(prefix, 0) == 0;
-}
-
 std::string without_newline(std::string text) {
   while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
     text.pop_back();
@@ -40,18 +36,18 @@ std::string without_newline(std::string text) {
 
 std::string logged_step(const std::string& text) {
   for (const auto& [prefix, step] : kLoggedSteps) {
-    if (starts_with(text, prefix)) {
+    if (text.starts_with(prefix)) {
       return step;
     }
   }
   for (const LoggedRequest& request : kLoggedRequests) {
-    if (starts_with(text, request.function) && text.find(request.text) != std::string::npos) {
+    if (text.starts_with(request.function) && text.find(request.text) != std::string::npos) {
       return request.step;
     }
   }
   static const std::string kNewState = "enter new_state = ";
   const size_t state = text.find(kNewState);
-  if (starts_with(text, "[ERPS_hop_2_state:") && state != std::string::npos) {
+  if (text.starts_with("[ERPS_hop_2_state:") && state != std::string::npos) {
     return "-> " + without_newline(text.substr(state + kNewState.size()));
   }
   return "";
