@@ -84,10 +84,11 @@ void Network::power_changed(NodeIndex node) {
 
 void Network::check_signal(LinkIndex link, size_t end) {
   const Strand& inward = strand(link, other(end));
+  const bool powered = stations_[end_of(link, end).node]->powered();
   const bool signal = (inward.works || inward.silent) &&
-                      stations_[end_of(link, other(end)).node]->powered() &&
-                      stations_[end_of(link, end).node]->powered();
+                      stations_[end_of(link, other(end)).node]->powered() && powered;
   Port& port = port_at(link, end);
+  port.carrier = port.carrier && powered;  // else nobody is there to detect anything
   if (port.signal == signal) {
     return;
   }
@@ -95,8 +96,7 @@ void Network::check_signal(LinkIndex link, size_t end) {
   world_.record(end_of(link, end).node, RecordKind::kSignal, end_of(link, end).port,
                 signal ? 1 : 0);
   ++port.generation;
-  if (!stations_[end_of(link, end).node]->powered()) {
-    port.carrier = false;  // nobody is there to detect anything
+  if (!powered) {
     return;
   }
   const int64_t delay =

@@ -1,4 +1,5 @@
 // A node loses its power, and gets it back; a node's module is stopped.
+#include "tests/ring/records.h"
 #include "tests/ring/test_network.h"
 
 namespace erps::sim {
@@ -67,5 +68,32 @@ TEST_P(Crash, AStopInGoodOrderEndsBothTasksWithNothingHeld) {
 }
 
 ERPS_FOR_EVERY_RING(Crash);
+
+// A power failure of neighbours takes the carrier between them from both, though the second one had
+// lost the signal of the first one already.
+TEST(NeighboursWithoutPower, DetectTheirLinkAnewWhenTheyAreBack) {
+  TestNetwork network(make_ring({.nodes = 4}), 1);
+  network.come_home();
+  Records records;
+  network.simulation.observe(records);
+  for (const NodeIndex node : {NodeIndex{1}, NodeIndex{2}}) {
+    network.simulation.crash(node);
+  }
+  for (const NodeIndex node : {NodeIndex{1}, NodeIndex{2}}) {
+    network.simulation.restart(node);
+  }
+  network.simulation.run_for(kSecondUs);
+  for (const NodeIndex node : {NodeIndex{1}, NodeIndex{2}}) {
+    for (const uint32_t port : {1U, 2U}) {
+      EXPECT_EQ(records.count([=](const Record& record) {
+        return record.kind == RecordKind::kCarrier && record.node == node && record.port == port &&
+               record.a == 1;
+      }),
+                1U)
+          << "node " << node << ", port " << port;
+    }
+  }
+  network.simulation.stop_observing(records);
+}
 
 }  // namespace erps::sim
