@@ -21,10 +21,10 @@ class CallFailures {
   // Nothing that was asked for fails any more.
   void forget() { asked_.clear(); }
 
+  // Whether any call may fail.
+  bool may_strike() const { return !asked_.empty() || world_.failing_per_million != 0; }
   // Whether the call that is being made fails.
-  [[nodiscard]] bool strike(PlatformCall call) {
-    return (!asked_.empty() || world_.failing_per_million != 0) && decide(call);
-  }
+  [[nodiscard]] bool strike(PlatformCall call) { return may_strike() && decide(call); }
   // How many calls have failed since the node exists.
   uint64_t struck() const { return struck_; }
 

@@ -16,7 +16,9 @@ constexpr int64_t kSecond = 1'000'000;
 }
 
 int gettimeofday(timeval* time, void* /*zone*/) {
-  const int64_t now_us = preempted_node().clock_us();
+  Task& task = calling_task();
+  // The tick that asked already was told of a time before all expiries.
+  const int64_t now_us = makes_tick_call(task, TickCall::kClock) ? task.node().clock_us() : 0;
   *time = {now_us / kSecond, now_us % kSecond};
   return 0;
 }
@@ -31,7 +33,9 @@ time_t time(time_t* seconds) {
 
 int select(int count, fd_set* /*read*/, fd_set* /*write*/, fd_set* /*except*/, timeval* timeout) {
   Task& task = calling_task();
-  Node& node = preempted_node();
+  Node& node = task.node();
+  IdleTicks& ticks = task.make_idle_ticks();
+  makes_tick_call(task, TickCall::kSleep);
   if (count != 0 || timeout == nullptr) {
     node.world.report(task.name() + " calls select for something else than a sleep");
     errno = EINVAL;
@@ -41,25 +45,37 @@ int select(int count, fd_set* /*read*/, fd_set* /*write*/, fd_set* /*except*/, t
   node.piece_of_work_done();
   const int64_t asked_us = timeout->tv_sec * kSecond + timeout->tv_usec;
   const bool interrupted = node.failures.strike(PlatformCall::kSleep);
-  const int64_t slept_us = interrupted ? node.world.failures_chance.in({0, asked_us}) : asked_us;
-  const int64_t deadline_us =
-      node.world.now_us() + node.clock.lasting(slept_us) + node.pace.lateness_us();
-  task.cancellation_point();
-  while (node.world.now_us() < deadline_us) {
-    task.sleep(deadline_us - node.world.now_us());
-    task.cancellation_point();
+  if (interrupted) {
+    ticks.disturb();
   }
+  ticks.end_tick(asked_us);
+  const int64_t slept_us = interrupted ? node.world.failures_chance.in({0, asked_us}) : asked_us;
+  ticks.sleep_until(node.world.now_us() + node.clock.lasting(slept_us) + node.pace.lateness_us());
+  task.cancellation_point();
+  while (!ticks.is_under_way() && node.world.now_us() < ticks.due_us()) {
+    task.sleep(ticks.due_us() - node.world.now_us());
+    if (!ticks.is_under_way()) {
+      task.cancellation_point();
+    }
+  }
+  ticks.begin_tick();
   errno = EINTR;
   return interrupted ? -1 : 0;
 }
 
 int pthread_mutex_lock(pthread_mutex_t* mutex) {
-  preempted_node().locks.lock(mutex, calling_task());
+  Task& task = calling_task();
+  if (makes_tick_call(task, TickCall::kLock, mutex)) {
+    task.node().locks.lock(mutex, task);
+  }
   return 0;
 }
 
 int pthread_mutex_unlock(pthread_mutex_t* mutex) {
-  preempted_node().locks.unlock(mutex, calling_task());
+  Task& task = calling_task();
+  if (makes_tick_call(task, TickCall::kUnlock, mutex)) {
+    task.node().locks.unlock(mutex, task);
+  }
   return 0;
 }
 
@@ -76,8 +92,10 @@ int pthread_setcancelstate(int state, int* old_state) {
 }
 
 void pthread_testcancel() {
-  preempted_node();
-  calling_task().cancellation_point();
+  Task& task = calling_task();
+  if (makes_tick_call(task, TickCall::kCancelPoint)) {
+    task.cancellation_point();
+  }
 }
 
 pid_t getpid() {

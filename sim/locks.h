@@ -15,6 +15,7 @@ class Locks {
  public:
   Locks(World& world, Pace& pace) : world_(world), pace_(pace) {}
 
+  bool is_free(const void* mutex) { return find(mutex).owner == nullptr; }
   void lock(const void* mutex, Task& task);
   void unlock(const void* mutex, Task& task);
   // Reports a task that waits, or ends, with a lock held; `doing` completes the sentence.

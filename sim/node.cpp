@@ -105,6 +105,8 @@ void Node::lose_power() {
 void Node::lose_module() {
   module_runs_ = false;
   configured_ = false;
+  waits_for_event_ = false;
+  host_in_module_ = false;
   handling_ = nullptr;
   fabric.abandon_openings();
   flush_worker_.end();
@@ -241,7 +243,10 @@ int Node::receive_event(ERPS_EVENT_MSG_T& event) {
     observer->on_event_done(world.now_us(), index);
   }
   locks.check_none_held(task, "waits for an event");
-  if (!events.receive(event, task)) {
+  waits_for_event_ = true;
+  const bool received = events.receive(event, task);
+  waits_for_event_ = false;
+  if (!received) {
     return -1;
   }
   handling_ = &task;

@@ -10,7 +10,9 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/task.h"
@@ -76,6 +78,20 @@ class Node final : public Station {
   int64_t clock_us() const { return clock.at(world.now_us()); }
   // The task that is calling is about to wait: what it has changed is there to be seen.
   void piece_of_work_done() { watch_.look(clock_us()); }
+  // A task of the node goes on.
+  void touch() { touched_ = true; }
+  // As piece_of_work_done(), for who has changed nothing.
+  void look_if_touched() {
+    if (std::exchange(touched_, false)) {
+      piece_of_work_done();
+    }
+  }
+  // What is known of the module's rings and timers, as of the last piece of work.
+  bool records_are_known() const { return watch_.addresses().rings != nullptr; }
+  uint64_t records_version() const { return watch_.version(); }
+  std::optional<int64_t> next_expiry_us() const { return watch_.next_expiry_us(); }
+  // Whether nobody but the timer task is in the middle of a piece of work.
+  bool module_rests() const { return waits_for_event_ && !host_in_module_; }
   // ... and the switch.
   bool set_port_state(uint32_t port, uint32_t state);
   bool flush(uint32_t port);
@@ -136,6 +152,9 @@ class Node final : public Station {
   std::deque<Errand> errands_;
   Task* handling_ = nullptr;  // the task that handles an event
   FlushWorker flush_worker_;
+  bool touched_ = true;
+  bool waits_for_event_ = false;
+  bool host_in_module_ = false;
   bool powered_ = false;
   bool module_runs_ = false;
   bool captures_ = false;

@@ -63,16 +63,23 @@ void Node::run_host() {
 
 int Node::start_in_host() {
   const races::ModuleCode module_code;
-  const int result = module_->init();
-  return result != 0 ? result : module_->start();
+  host_in_module_ = true;
+  int result = module_->init();
+  if (result == 0) {
+    result = module_->start();
+  }
+  host_in_module_ = false;
+  return result;
 }
 
 void Node::stop_in_host() {
   int result = 0;
   {
     const races::ModuleCode module_code;
+    host_in_module_ = true;
     result = module_->stop();
     module_->exit();
+    host_in_module_ = false;
   }
   end_of_module(result);
 }

@@ -34,6 +34,9 @@ struct Options {
   uint32_t failing_calls_per_million = 0;
   // Log messages of this level and more serious ones are formatted for the observers; -1 none.
   int log_level = -1;
+  // The simulator makes the ticks that find nothing to do (idle_ticks.h); else the module makes
+  // them all, with the same trace.
+  bool skip_idle_ticks = true;
 };
 
 }  // namespace erps::sim

@@ -17,6 +17,7 @@
 
 using erps::sim::able_node;
 using erps::sim::calling_node;
+using erps::sim::calling_task;
 using erps::sim::Node;
 using erps::sim::PlatformCall;
 using erps::sim::preempted_node;
@@ -35,6 +36,9 @@ __attribute__((format(printf, 2, 0))) void log(int level, const char* format, va
   Node& node = calling_node();
   if (level > node.world.options.log_level) {
     return;
+  }
+  if (erps::sim::IdleTicks* ticks = calling_task().idle_ticks(); ticks != nullptr) {
+    ticks->disturb();
   }
   std::array<char, 1024> text{};
   std::vsnprintf(text.data(), text.size(), format, arguments);

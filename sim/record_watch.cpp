@@ -25,7 +25,20 @@ void RecordWatch::begin(const ModuleCopy& module) {
   }
 }
 
+std::optional<int64_t> RecordWatch::next_expiry_us() const {
+  std::optional<int64_t> next_us;
+  for (const RingWords& ring : before_) {
+    for (const RingWords::Timer& timer : ring.timers) {
+      if (timer.active && (!next_us || timer.expire_us < *next_us)) {
+        next_us = timer.expire_us;
+      }
+    }
+  }
+  return next_us;
+}
+
 void RecordWatch::record_changes(int64_t clock_us) {
+  ++version_;
   for (const RingWords& ring : before_) {
     if (find(now_, ring.ring) == nullptr) {
       world_.record(node_, RecordKind::kState, 0, ring.ring << 8U | kRingGone);

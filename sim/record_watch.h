@@ -4,6 +4,7 @@
 // Threading: that of the simulation. Errors: none; a module that was stripped is not watched.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "sim/module_records.h"
@@ -30,6 +31,11 @@ class RecordWatch {
     }
   }
 
+  // Another number after every change that was seen.
+  uint64_t version() const { return version_; }
+  // When the first timer that runs is due, on the node's clock, as of the last look.
+  std::optional<int64_t> next_expiry_us() const;
+
   // Null for a module that is not watched.
   const RecordAddresses& addresses() const { return addresses_; }
 
@@ -40,6 +46,7 @@ class RecordWatch {
   World& world_;
   const NodeIndex node_;
   RecordAddresses addresses_;
+  uint64_t version_ = 0;
   std::vector<RingWords> before_;
   std::vector<RingWords> now_;
 };

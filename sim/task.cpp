@@ -29,6 +29,10 @@ void Task::wait() {
   fiber_->suspend();
 }
 
+IdleTicks& Task::make_idle_ticks() {
+  return idle_ticks_ ? *idle_ticks_ : idle_ticks_.emplace(node_, *this);
+}
+
 void Task::end_here() {
   cancellable_ = false;
   fiber_->unwind();
@@ -44,6 +48,10 @@ void Task::on_alarm(uint64_t token) {
     return;
   }
   ++generation_;
+  if (idle_ticks_ && idle_ticks_->take_turn()) {
+    return;
+  }
+  node_.touch();
   waiting_ = false;
   Task* const before = std::exchange(running_, this);
   fiber_->resume();

@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "sim/fiber.h"
+#include "sim/idle_ticks.h"
 #include "sim/scheduler.h"
 
 namespace erps::sim {
@@ -49,12 +51,18 @@ class Task final : public Alarm {
 
   // Returns the state before.
   bool set_cancellable(bool cancellable) { return std::exchange(cancellable_, cancellable); }
+  // Whether it ends at its next cancellation point.
+  bool is_to_end() const { return cancel_requested_; }
   // Does not return when the task is to end here.
   void cancellation_point() {
     if (cancel_requested_ && cancellable_) {
       end_here();
     }
   }
+
+  // Those of a task that sleeps; made at its first sleep.
+  IdleTicks& make_idle_ticks();
+  IdleTicks* idle_ticks() { return idle_ticks_ ? &*idle_ticks_ : nullptr; }
 
  private:
   void on_alarm(uint64_t token) override;
@@ -67,6 +75,7 @@ class Task final : public Alarm {
   const uint64_t id_;
   const std::string name_;
   std::unique_ptr<Fiber> fiber_;
+  std::optional<IdleTicks> idle_ticks_;
   uint64_t generation_ = 0;  // of the present wait; alarms of an earlier one are stale
   bool waiting_ = true;
   bool cancellable_ = true;
