@@ -116,7 +116,7 @@ bool names_a_symbol(uint32_t type) {
 }
 
 void redirect(const link_map& object, const Tables& tables, const ElfW(Rela) & relocation,
-              ImportLookup supplied) {
+              ImportLookup supplied, Redirected& result) {
   if (!names_a_symbol(ELF64_R_TYPE(relocation.r_info))) {
     return;
   }
@@ -138,20 +138,24 @@ void redirect(const link_map& object, const Tables& tables, const ElfW(Rela) & r
     throw SimError("the module imports " + name +
                    ", which the simulator neither supplies nor allows: runs of one seed would "
                    "differ");
+  } else {
+    result.keeps_books = result.keeps_books || keeps_books(name);
   }
 }
 
 }  // namespace
 
-void redirect_imports(const link_map& object, ImportLookup supplied) {
+Redirected redirect_imports(const link_map& object, ImportLookup supplied) {
   const Tables tables = read_tables(object);
   const WritableRelocations writable(object);
+  Redirected result;
   for (size_t i = 0; i < tables.relocation_bytes / sizeof(ElfW(Rela)); ++i) {
-    redirect(object, tables, tables.relocations[i], supplied);
+    redirect(object, tables, tables.relocations[i], supplied, result);
   }
   for (size_t i = 0; i < tables.jump_bytes / sizeof(ElfW(Rela)); ++i) {
-    redirect(object, tables, tables.jumps[i], supplied);
+    redirect(object, tables, tables.jumps[i], supplied, result);
   }
+  return result;
 }
 
 }  // namespace erps::sim

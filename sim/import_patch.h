@@ -10,8 +10,14 @@ namespace erps::sim {
 // The function that an import of this name is led to, or null for one that stays as it is.
 using ImportLookup = void* (*)(std::string_view name);
 
+struct Redirected {
+  // The object has a memory beyond its variables: that of a sanitizer or of a counter of coverage,
+  // or what is to be destroyed when it is unloaded.
+  bool keeps_books = false;
+};
+
 // Errors: SimError naming the import that is neither virtual nor allowed, a symbol that all copies
 // would share, or an export that another object has captured. Nothing is undone.
-void redirect_imports(const link_map& object, ImportLookup supplied);
+Redirected redirect_imports(const link_map& object, ImportLookup supplied);
 
 }  // namespace erps::sim

@@ -12,6 +12,12 @@ namespace erps::sim {
 // The simulator's function for an import, or null.
 void* virtual_import(std::string_view name);
 
+// The same for a simulation whose log nobody reads.
+void* unlogged_import(std::string_view name);
+
 bool is_allowed_import(std::string_view name);
+
+// Whether an allowed import remembers something of the module elsewhere than in its variables.
+bool keeps_books(std::string_view name);
 
 }  // namespace erps::sim

@@ -1,43 +1,41 @@
 #include "sim/module_copy.h"
 
-#include <dlfcn.h>
-#include <link.h>
-
-#include "sim/shared_code.h"
-#include "sim/sim_error.h"
+#include <map>
+#include <utility>
+#include <vector>
 
 namespace erps::sim {
 
-void ModuleCopy::Unload::operator()(void* handle) const {
-  dlclose(handle);
+namespace {
+
+using Idle = std::vector<std::unique_ptr<LoadedModule>>;
+
+// Never unloaded: what is left of them at the end goes with the process.
+Idle& idle_modules(const std::string& module_path, ImportLookup supplied) {
+  static auto& idle = *new std::map<std::pair<std::string, ImportLookup>, Idle>;
+  return idle[{module_path, supplied}];
 }
+
+std::unique_ptr<LoadedModule> take(const std::string& module_path, ImportLookup supplied) {
+  Idle& idle = idle_modules(module_path, supplied);
+  if (idle.empty()) {
+    return std::make_unique<LoadedModule>(module_path, supplied);
+  }
+  std::unique_ptr<LoadedModule> loaded = std::move(idle.back());
+  idle.pop_back();
+  loaded->reset();
+  return loaded;
+}
+
+}  // namespace
 
 ModuleCopy::ModuleCopy(const std::string& module_path, ImportLookup supplied)
-    : file_(module_path), handle_(dlopen(file_.path().c_str(), RTLD_NOW | RTLD_LOCAL)) {
-  if (handle_ == nullptr) {
-    throw SimError("cannot load the module " + module_path + ": " + dlerror());
-  }
-  const link_map* map = nullptr;
-  if (dlinfo(handle_.get(), RTLD_DI_LINKMAP, &map) != 0) {
-    throw SimError(std::string("cannot look into the loaded module: ") + dlerror());
-  }
-  load_address_ = map->l_addr;
-  share_code(*map, file_.common_file());
-  redirect_imports(*map, supplied);
-  init_ = find("erps_module_init");
-  start_ = find("erps_module_start");
-  stop_ = find("erps_module_stop");
-  exit_ = find("erps_exit");
-}
+    : module_path_(module_path), supplied_(supplied), loaded_(take(module_path, supplied)) {}
 
-ModuleCopy::~ModuleCopy() = default;
-
-ModuleCopy::Call ModuleCopy::find(const char* name) const {
-  void* symbol = dlsym(handle_.get(), name);
-  if (symbol == nullptr) {
-    throw SimError(std::string("the module does not export ") + name);
+ModuleCopy::~ModuleCopy() {
+  if (loaded_->can_be_reset()) {
+    idle_modules(module_path_, supplied_).push_back(std::move(loaded_));
   }
-  return reinterpret_cast<Call>(symbol);
 }
 
 }  // namespace erps::sim

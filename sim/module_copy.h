@@ -8,9 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "sim/import_patch.h"
 #include "sim/import_table.h"
-#include "sim/module_files.h"
+#include "sim/loaded_module.h"
 
 namespace erps::sim {
 
@@ -18,35 +17,25 @@ class ModuleCopy {
  public:
   // supplied: where its imports lead; those of a simulation unless told otherwise.
   explicit ModuleCopy(const std::string& module_path, ImportLookup supplied = virtual_import);
+  // What was loaded is kept for the next copy.
   ~ModuleCopy();
   ModuleCopy(const ModuleCopy&) = delete;
   ModuleCopy& operator=(const ModuleCopy&) = delete;
 
   // The exported lifecycle; called from tasks of the node only.
-  int init() const { return init_(); }
-  int start() const { return start_(); }
-  int stop() const { return stop_(); }
-  int exit() const { return exit_(); }
+  int init() const { return loaded_->init(); }
+  int start() const { return loaded_->start(); }
+  int stop() const { return loaded_->stop(); }
+  int exit() const { return loaded_->exit(); }
 
   // The file that it was loaded from, and where to.
-  const std::string& path() const { return file_.path(); }
-  uintptr_t load_address() const { return load_address_; }
+  const std::string& path() const { return loaded_->path(); }
+  uintptr_t load_address() const { return loaded_->load_address(); }
 
  private:
-  using Call = int (*)();
-  struct Unload {
-    void operator()(void* handle) const;
-  };
-
-  Call find(const char* name) const;
-
-  ModuleFile file_;
-  std::unique_ptr<void, Unload> handle_;
-  uintptr_t load_address_ = 0;
-  Call init_ = nullptr;
-  Call start_ = nullptr;
-  Call stop_ = nullptr;
-  Call exit_ = nullptr;
+  const std::string module_path_;
+  const ImportLookup supplied_;
+  std::unique_ptr<LoadedModule> loaded_;
 };
 
 }  // namespace erps::sim

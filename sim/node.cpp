@@ -53,7 +53,9 @@ void Node::power_on() {
 }
 
 void Node::load_module() {
-  module_ = std::make_unique<ModuleCopy>(world.options.module_path);
+  // Most of the module's calls are log messages.
+  module_ = std::make_unique<ModuleCopy>(
+      world.options.module_path, world.options.log_level < 0 ? unlogged_import : virtual_import);
   watch_.begin(*module_);
   host_ = make_task(
       "host", [this] { run_host(); }, world.chance.in(world.timing.boot_us));

@@ -196,13 +196,10 @@ void skpack_release(void* packet) {
 }
 
 int Log_logging_func(int level, int /*facility*/, const char* /*label*/, const char* format, ...) {
-  // Most of the module's calls are of this kind, and mostly nobody listens.
-  if (level <= erps::sim::World::loudest_level()) {
-    va_list arguments;
-    va_start(arguments, format);
-    log(level, format, arguments);
-    va_end(arguments);
-  }
+  va_list arguments;
+  va_start(arguments, format);
+  log(level, format, arguments);
+  va_end(arguments);
   return 0;
 }
 

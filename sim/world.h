@@ -3,7 +3,6 @@
 // Threading: one thread. Errors: report() keeps the first violation, raise_violation() throws it.
 #pragma once
 
-#include <algorithm>
 #include <optional>
 #include <string>
 #include <utility>
@@ -30,11 +29,7 @@ class World {
         failing_per_million(options.failing_calls_per_million),
         preemption_chance_(options.seed, 3) {
     draw_next_preemption();
-    loudest_level_ = std::max(loudest_level_, options.log_level);
   }
-
-  // The least serious log level that any simulation of this process has listened to.
-  static int loudest_level() { return loudest_level_; }
 
   const Options options;
   const Timing& timing;
@@ -84,8 +79,6 @@ class World {
       calls_to_preemption_ = static_cast<uint32_t>(preemption_chance_.in({1, 2 * mean - 1}));
     }
   }
-
-  static inline int loudest_level_ = -1;
 
   Random preemption_chance_;
   uint32_t calls_to_preemption_ = 0;

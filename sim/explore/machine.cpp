@@ -1,12 +1,10 @@
 #include "sim/explore/machine.h"
 
-#include <link.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
+#include "sim/module_variables.h"
 #include "sim/sim_error.h"
 
 namespace erps::sim::explore {
@@ -24,47 +22,6 @@ constexpr uintptr_t kPacket = 2;
 constexpr long kMessageType = 1;
 
 Machine* the_machine = nullptr;
-
-struct Segment {
-  uintptr_t load_address = 0;
-  uintptr_t begin = 0;
-  uintptr_t end = 0;
-};
-
-// The variables of a loaded object, without what is read-only once it is loaded.
-Segment writable_segment(uintptr_t load_address) {
-  Segment segment;
-  segment.load_address = load_address;
-  dl_iterate_phdr(
-      [](dl_phdr_info* info, size_t, void* found) {
-        auto& result = *static_cast<Segment*>(found);
-        if (info->dlpi_addr != result.load_address) {
-          return 0;
-        }
-        const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-        uintptr_t read_only_end = 0;
-        for (ElfW(Half) i = 0; i < info->dlpi_phnum; ++i) {
-          const ElfW(Phdr)& header = info->dlpi_phdr[i];
-          const uintptr_t begin = info->dlpi_addr + header.p_vaddr;
-          const uintptr_t end = begin + header.p_memsz;
-          if (header.p_type == PT_GNU_RELRO) {
-            read_only_end = end & ~(page - 1);
-          } else if (header.p_type == PT_LOAD && (header.p_flags & PF_W) != 0) {
-            result.begin = begin;
-            result.end = end;
-          }
-        }
-        result.begin = std::max(result.begin, read_only_end);
-        return 1;
-      },
-      &segment);
-  segment.begin = segment.begin / sizeof(uint64_t) * sizeof(uint64_t);
-  segment.end = (segment.end + sizeof(uint64_t) - 1) / sizeof(uint64_t) * sizeof(uint64_t);
-  if (segment.begin >= segment.end) {
-    throw SimError("the variables of the module are not found in its memory");
-  }
-  return segment;
-}
 
 }  // namespace
 
@@ -84,9 +41,9 @@ Machine::Machine(const std::string& module_path, const std::vector<NodePlan>& pl
   if (the_machine != nullptr) {
     throw SimError("two explorations at a time in one process");
   }
-  const Segment segment = writable_segment(module_.load_address());
-  variables_ = reinterpret_cast<uint64_t*>(segment.begin);
-  variable_words_ = (segment.end - segment.begin) / sizeof(uint64_t);
+  const ModuleVariables variables = variables_at(module_.load_address());
+  variables_ = variables.words;
+  variable_words_ = variables.count;
   initial_variables_.assign(variables_, variables_ + variable_words_);
   static_assert(sizeof(Platform) % sizeof(uint64_t) == 0);
   static_assert(offsetof(Packet, handle) == 8 && offsetof(Packet, length) == 14);
