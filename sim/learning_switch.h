@@ -47,6 +47,7 @@ class LearningSwitch {
       visit(address, learnt.port, learnt.seen_us);
     }
   }
+  bool has_learnt() const { return !learnt_.empty(); }
   uint32_t ports() const { return static_cast<uint32_t>(ports_.size() - 1); }
 
  private:

@@ -113,6 +113,9 @@ void AddressChecker::look(int64_t now_us, FindingList& into) const {
   const Topology& topology = simulation_.topology();
   const int64_t age_us = simulation_.timing().address_age_us;
   for (NodeIndex node = 0; node < topology.nodes.size(); ++node) {
+    if (!simulation_.fabric(node).has_learnt()) {
+      continue;
+    }
     std::set<std::string> told;
     std::map<uint32_t, std::vector<bool>> reached;  // by port
     for (size_t arc = 0; arc < before_.arcs.size(); ++arc) {

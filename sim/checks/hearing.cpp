@@ -21,13 +21,17 @@ bool waits(const RingSnapshot& ring) {
 
 // Failures that two nodes tell of are counted again with every repetition.
 bool agree(const Hearing::Rings& one, const Hearing::Rings& other) {
-  const auto same_ring = [](RingSnapshot first, const RingSnapshot& second) {
+  const auto same_ring = [](const RingSnapshot& first, const RingSnapshot& second) {
+    if (first == second) {
+      return true;
+    }
+    RingSnapshot counted = first;
     for (size_t i = 0; i < first.ports.size(); ++i) {
       if (first.ports[i].fail_count != 0 && second.ports[i].fail_count != 0) {
-        first.ports[i].fail_count = second.ports[i].fail_count;
+        counted.ports[i].fail_count = second.ports[i].fail_count;
       }
     }
-    return first == second;
+    return counted == second;
   };
   return std::equal(one.begin(), one.end(), other.begin(),
                     [&](const auto& first, const auto& second) {
@@ -36,6 +40,22 @@ bool agree(const Hearing::Rings& one, const Hearing::Rings& other) {
 }
 
 }  // namespace
+
+void Hearing::begin(const Rings& at_first) {
+  rings = at_first;
+  concerned_.assign(rings.size(), false);
+  tells_marks_apart_ = false;
+}
+
+std::set<NodeIndex> Hearing::concerned() const {
+  std::set<NodeIndex> nodes;
+  for (NodeIndex node = 0; node < concerned_.size(); ++node) {
+    if (concerned_[node]) {
+      nodes.insert(node);
+    }
+  }
+  return nodes;
+}
 
 RingSnapshot* Hearing::ring(NodeIndex node, uint32_t ring) {
   for (RingSnapshot& at : rings[node]) {
@@ -58,7 +78,7 @@ const SubRingConfig* Hearing::sub_ring_of(NodeIndex node, uint32_t major_ring) c
 void Hearing::settle() {
   // Every round takes a message further by one node at least; two that never agree go on for ever.
   for (size_t round = 0; round < 2 * rings.size() + 8; ++round) {
-    const Rings before = rings;
+    before_ = rings;
     for (NodeIndex node = 0; node < rings.size(); ++node) {
       for (const RingSnapshot& ring : rings[node]) {
         if (ring.enabled && ring.sending) {
@@ -66,7 +86,7 @@ void Hearing::settle() {
         }
       }
     }
-    if (agree(rings, before)) {
+    if (agree(rings, before_)) {
       return;
     }
   }
@@ -120,6 +140,7 @@ void Hearing::fail(const LinkEnd& end) {
 
 void Hearing::speak(NodeIndex node, const RingSnapshot& ring) {
   way_.clear();
+  ++messages_;
   Message message{node, ring.ring,          ring.tx_request, ring.tx_rb,
                   {},   ring.local_node_id, ring.tx_bpr};
   if (ring.ring_role == kSubRingRole) {
@@ -142,16 +163,14 @@ void Hearing::speak(NodeIndex node, const RingSnapshot& ring) {
 }
 
 void Hearing::send(const LinkEnd& from, const Message& message) {
-  for (LinkIndex link = 0; link < topology_.links.size(); ++link) {
-    for (size_t end = 0; end < 2; ++end) {
-      const LinkEnd& to = topology_.links[link].ends[1 - end];
-      if (topology_.links[link].ends[end] == from && carries_[2 * link + end] &&
-          !rings[to.node].empty() && std::find(way_.begin(), way_.end(), to) == way_.end()) {
-        way_.push_back(to);
-        return hear(to, message);
-      }
-    }
+  const Strand* strand = strands_.from(from);
+  if (strand == nullptr || rings[strand->to->node].empty() ||
+      last_message_[strand->index] == messages_) {
+    return;
   }
+  last_message_[strand->index] = messages_;
+  way_.push_back(strand->to);
+  hear(*strand->to, message);
 }
 
 // Over the first port of the major ring that is open.
@@ -170,7 +189,7 @@ void Hearing::send_to_major_ring(NodeIndex node, const RingSnapshot& sub_ring,
   }
 }
 
-void Hearing::hear(const LinkEnd& at, Message message) {
+void Hearing::hear(const LinkEnd& at, const Message& message) {
   RingSnapshot* known = ring(at.node, message.ring);
   if (known == nullptr) {
     return relay(at, message);
@@ -181,20 +200,30 @@ void Hearing::hear(const LinkEnd& at, Message message) {
   if (known->ring_role == kSubRingRole) {
     return hear_on_sub_ring(at, *known, message);
   }
+  const SubRingConfig* sub_ring = sub_ring_of(at.node, known->ring);
+  if (sub_ring == nullptr) {
+    return hear_on_major_ring(at, *known, message);
+  }
   const size_t in = known->ports[0].port == at.port ? 0 : 1;
-  PortSnapshot& arrival = known->ports[in];
+  if (known->ports[in].port == at.port) {
+    Message marked = message;
+    watch_major_ring(at.node, known->ports[in], known->ports[1 - in], *sub_ring, marked);
+    hear_on_major_ring(at, *known, marked);
+  }
+}
+
+void Hearing::hear_on_major_ring(const LinkEnd& at, RingSnapshot& ring, const Message& message) {
+  const size_t in = ring.ports[0].port == at.port ? 0 : 1;
+  PortSnapshot& arrival = ring.ports[in];
   if (arrival.port != at.port) {
     return;
-  }
-  if (const SubRingConfig* sub_ring = sub_ring_of(at.node, known->ring); sub_ring != nullptr) {
-    watch_major_ring(at.node, arrival, known->ports[1 - in], *sub_ring, message);
   }
   const bool clears = message.code == kNrCode && !message.rb;
   arrival.rx_node_id = clears ? MacAddress{} : message.node_id;
   arrival.rx_bpr = !clears && message.bpr ? 1 : 0;
-  take(at.node, *known, message);
-  const PortSnapshot& other = known->ports[1 - in];
-  if (other.link_up && (known->ring_role == 1 || (arrival.forwarding && other.forwarding))) {
+  take(at.node, ring, message);
+  const PortSnapshot& other = ring.ports[1 - in];
+  if (other.link_up && (ring.ring_role == 1 || (arrival.forwarding && other.forwarding))) {
     send({at.node, other.port}, message);
   }
 }
@@ -229,23 +258,25 @@ void Hearing::take(NodeIndex node, RingSnapshot& ring, const Message& message) {
   constexpr auto kRapsMs = static_cast<uint32_t>(RingRequest::kRapsMs);
   const bool is_repetition =
       request == RingRequest::kRapsMs && ring.state == kManual && ring.current_priority == kRapsMs;
+  if (request == RingRequest::kNothing || is_repetition) {
+    return;
+  }
   RingModel model(ring);
-  if (request == RingRequest::kNothing || is_repetition ||
-      !model.offer(request, {0, message.node_id < ring.local_node_id})) {
+  if (!model.offer(request, {0, message.node_id < ring.local_node_id})) {
     return;
   }
   if (model.now != ring) {
     concern(message.speaker);
-    concerned_.insert(node);
+    concerned_[node] = true;
   }
   ring = model.now;
   ring.current_priority = static_cast<uint32_t>(request);
 }
 
 void Hearing::concern(NodeIndex speaker) {
-  concerned_.insert(speaker);
-  for (const LinkEnd& at : way_) {
-    concerned_.insert(at.node);
+  concerned_[speaker] = true;
+  for (const LinkEnd* at : way_) {
+    concerned_[at->node] = true;
   }
 }
 
@@ -298,7 +329,7 @@ void Hearing::indicate(NodeIndex node, uint32_t sub_ring, uint32_t indication) {
     RingModel model(*at);
     model.indicate(indication);
     if (model.now.ports[0].forwarding != at->ports[0].forwarding) {
-      concerned_.insert(node);
+      concerned_[node] = true;
     }
     *at = model.now;
   }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "sim/checks/ring_model.h"
+#include "sim/checks/strands.h"
 
 namespace erps::sim {
 
@@ -18,10 +19,12 @@ class Hearing {
   // By node; no rings where no module runs.
   using Rings = std::vector<std::vector<RingSnapshot>>;
 
-  // carries: whether strands do, by 2 * link + the end that they lead away from.
-  Hearing(const Topology& topology, Rings at_first, std::vector<bool> carries)
-      : rings(std::move(at_first)), topology_(topology), carries_(std::move(carries)) {}
+  // Topology and strands outlive this.
+  Hearing(const Topology& topology, const Strands& strands)
+      : topology_(topology), strands_(strands), last_message_(2 * topology.links.size()) {}
 
+  // Anew, as if nothing had been said yet.
+  void begin(const Rings& at_first);
   void settle();
   // The same, and no WTR or WTB runs any more.
   void settle_without_waiting();
@@ -35,7 +38,7 @@ class Hearing {
   void tell_marks_apart() { tells_marks_apart_ = true; }
 
   // Who has heard something new, who has said it and who has passed it on.
-  const std::set<NodeIndex>& concerned() const { return concerned_; }
+  std::set<NodeIndex> concerned() const;
 
   Rings rings;
 
@@ -53,7 +56,8 @@ class Hearing {
   void speak(NodeIndex node, const RingSnapshot& ring);
   void send(const LinkEnd& from, const Message& message);
   void send_to_major_ring(NodeIndex node, const RingSnapshot& sub_ring, const Message& message);
-  void hear(const LinkEnd& at, Message message);
+  void hear(const LinkEnd& at, const Message& message);
+  void hear_on_major_ring(const LinkEnd& at, RingSnapshot& ring, const Message& message);
   void hear_on_sub_ring(const LinkEnd& at, RingSnapshot& ring, const Message& message);
   void relay(const LinkEnd& at, const Message& message);
   void take(NodeIndex node, RingSnapshot& ring, const Message& message);
@@ -65,9 +69,12 @@ class Hearing {
   bool is_marked(const Message& message, uint32_t sub_ring) const;
 
   const Topology& topology_;
-  const std::vector<bool> carries_;
-  std::vector<LinkEnd> way_;  // of the present message, in the order of arrival
-  std::set<NodeIndex> concerned_;
+  const Strands& strands_;
+  std::vector<const LinkEnd*> way_;     // of the present message, in the order of arrival
+  std::vector<uint32_t> last_message_;  // by strand, the number of the last that it carried
+  uint32_t messages_ = 0;
+  std::vector<bool> concerned_;  // by node
+  Rings before_;                 // the present round
   bool tells_marks_apart_ = false;
 };
 

@@ -27,11 +27,15 @@ PartitionJudge::PartitionJudge(Simulation& simulation, const RingWatch& watch, c
   last_.rings.resize(last_.dead.size());
   last_.carriers.resize(2 * simulation.topology().links.size());
   last_.open.resize(last_.carriers.size());
+  rings_changed_.resize(last_.dead.size(), true);
 }
 
 void PartitionJudge::on_record(const Record& record) {
   find_reason(record.time_us);
   repairs_.on_record(record);
+  if (record.node < rings_changed_.size()) {
+    rings_changed_[record.node] = true;
+  }
   const auto set_carriers = [&](const auto& is_meant, bool up) {
     const auto& links = simulation_.topology().links;
     for (size_t i = 0; i < last_.carriers.size(); ++i) {
@@ -100,8 +104,9 @@ void PartitionJudge::watch_repair(const Step& step) {
   }
 }
 
-void PartitionJudge::on_event_done(int64_t time_us, NodeIndex /*node*/) {
+void PartitionJudge::on_event_done(int64_t time_us, NodeIndex node) {
   find_reason(time_us);
+  rings_changed_[node] = true;
   if (step_changed_) {
     note(time_us);
   }
@@ -150,6 +155,10 @@ void PartitionJudge::look() {
     last_.open[i] = simulation_.port_forwards(links[i / 2].ends[i % 2]);
   }
   for (NodeIndex node = 0; node < last_.rings.size(); ++node) {
+    if (!rings_changed_[node]) {
+      continue;
+    }
+    rings_changed_[node] = false;
     last_.rings[node].clear();
     if (!last_.dead[node]) {
       last_.rings[node] = watch_.rings(node);

@@ -55,11 +55,12 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
   const RingWatch& watch_;
   const Bounds bounds_;
   Mishaps& mishaps_;
-  std::vector<int64_t> slowness_;   // by node
-  Circumstances last_;              // at the last change
-  int64_t noted_us_ = 0;            // when that was
-  bool is_asked_ = false;           // for the reason in these circumstances
-  std::vector<Partition> waiting_;  // to be judged once all is known of them
+  std::vector<int64_t> slowness_;    // by node
+  Circumstances last_;               // at the last change
+  std::vector<bool> rings_changed_;  // by node, perhaps, since they were looked at
+  int64_t noted_us_ = 0;             // when that was
+  bool is_asked_ = false;            // for the reason in these circumstances
+  std::vector<Partition> waiting_;   // to be judged once all is known of them
   Repairs repairs_;
   bool open_ = false;
   bool step_changed_ = false;  // something, and it is not noted

@@ -42,22 +42,29 @@ constexpr std::array<Surprise, 21> kSurprises{{
 
 enum class Goal { kNoPartition, kHome };
 
+// A switch sends nothing through a port without a carrier, whatever its module says.
+std::vector<bool> carrying(const Circumstances& circumstances) {
+  std::vector<bool> strands(circumstances.forwarding.arcs.size());
+  for (size_t i = 0; i < strands.size(); ++i) {
+    strands[i] = circumstances.forwarding.arcs[i].works && circumstances.carriers[i];
+  }
+  return strands;
+}
+
 class Inquiry {
  public:
   Inquiry(const Topology& topology, const Circumstances& circumstances, Goal goal)
-      : topology_(topology), circumstances_(circumstances), goal_(goal) {
-    // A switch sends nothing through a port without a carrier, whatever its module says.
-    for (size_t i = 0; i < circumstances.forwarding.arcs.size(); ++i) {
-      strands_.push_back(circumstances.forwarding.arcs[i].works && circumstances.carriers[i]);
-    }
-  }
+      : circumstances_(circumstances),
+        goal_(goal),
+        strands_(topology, carrying(circumstances)),
+        suppose_{topology, circumstances, Hearing(topology, strands_), false, false} {}
 
-  PartitionReason answer() const {
+  PartitionReason answer() {
     PartitionReason reason;
-    Supposition heard = supposition();
-    if (ends(heard)) {
+    begin();
+    if (ends()) {
       reason.is_unheard = true;
-      reason.concerned = heard.hearing.concerned();
+      reason.concerned = suppose_.hearing.concerned();
       return reason;
     }
     std::set<const Surprise*> all;
@@ -72,13 +79,15 @@ class Inquiry {
   }
 
  private:
-  Supposition supposition() const {
-    return {topology_, circumstances_, Hearing(topology_, circumstances_.rings, strands_), false,
-            false};
+  // Nothing is supposed yet.
+  void begin() {
+    suppose_.hearing.begin(circumstances_.rings);
+    suppose_.nobody_waits = false;
+    suppose_.switches_obey = false;
   }
 
   // Those of them without any of which it would last.
-  PartitionReason together(std::set<const Surprise*> all) const {
+  PartitionReason together(std::set<const Surprise*> all) {
     PartitionReason reason;
     if (!ends_without(all)) {
       return reason;
@@ -96,35 +105,35 @@ class Inquiry {
   }
 
   // What is supposed away stays away: it is supposed again of what has come of it.
-  bool ends_without(const std::set<const Surprise*>& surprises) const {
+  bool ends_without(const std::set<const Surprise*>& surprises) {
     constexpr int kMostRounds = 3;
-    Supposition suppose = supposition();
+    begin();
     for (int round = 0; round < kMostRounds; ++round) {
       bool is_so = false;
       for (const Surprise* surprise : surprises) {
-        is_so = surprise->suppose_not(suppose) || is_so;
+        is_so = surprise->suppose_not(suppose_) || is_so;
       }
       if (!is_so) {
         return false;
       }
-      if (ends(suppose)) {
+      if (ends()) {
         return true;
       }
     }
     return false;
   }
 
-  bool ends(Supposition& suppose) const {
-    if (suppose.nobody_waits || goal_ == Goal::kHome) {
-      suppose.hearing.settle_without_waiting();
+  bool ends() {
+    if (suppose_.nobody_waits || goal_ == Goal::kHome) {
+      suppose_.hearing.settle_without_waiting();
     } else {
-      suppose.hearing.settle();
+      suppose_.hearing.settle();
     }
-    return goal_ == Goal::kHome ? is_home(suppose) : !is_split(suppose);
+    return goal_ == Goal::kHome ? is_home() : !is_split();
   }
 
-  static bool is_home(const Supposition& suppose) {
-    return !suppose.any_ring([](const RingSnapshot& ring) {
+  bool is_home() const {
+    return !suppose_.any_ring([](const RingSnapshot& ring) {
       constexpr uint32_t kAtRpl = 3;
       return !is(ring, RingState::kIdle) ||
              std::any_of(ring.ports.begin(), ring.ports.end(), [&](const PortSnapshot& port) {
@@ -135,13 +144,13 @@ class Inquiry {
     });
   }
 
-  bool is_split(const Supposition& suppose) const {
+  bool is_split() const {
     Forwarding then = circumstances_.forwarding;
     for (size_t i = 0; i < then.arcs.size(); i += 2) {
       std::array<bool, 2> opens{};
       bool moves = false;
       for (size_t end = 0; end < 2; ++end) {
-        opens[end] = forwards(suppose, i + end);
+        opens[end] = forwards(i + end);
         moves = moves || opens[end] != circumstances_.open[i + end];
       }
       for (size_t arc = i; moves && arc < i + 2; ++arc) {
@@ -163,19 +172,19 @@ class Inquiry {
   }
 
   // As it is, but for what is done on account of what is supposed. end: 2 * link + end.
-  bool forwards(const Supposition& suppose, size_t end) const {
-    const LinkEnd& at = topology_.links[end / 2].ends[end % 2];
-    const PortSnapshot* then = port_of(suppose.hearing.rings[at.node], at.port);
+  bool forwards(size_t end) const {
+    const LinkEnd& at = suppose_.topology.links[end / 2].ends[end % 2];
+    const PortSnapshot* then = port_of(suppose_.hearing.rings[at.node], at.port);
     const PortSnapshot* now = port_of(circumstances_.rings[at.node], at.port);
-    const bool moves = then != nullptr && (now == nullptr || suppose.switches_obey ||
+    const bool moves = then != nullptr && (now == nullptr || suppose_.switches_obey ||
                                            now->forwarding != then->forwarding);
     return moves ? then->forwarding : circumstances_.open[end];
   }
 
-  const Topology& topology_;
   const Circumstances& circumstances_;
   const Goal goal_;
-  std::vector<bool> strands_;
+  const Strands strands_;
+  Supposition suppose_;
 };
 
 }  // namespace
