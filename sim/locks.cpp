@@ -5,13 +5,18 @@
 namespace erps::sim {
 
 Locks::Mutex& Locks::find(const void* address) {
+  if (last_ != nullptr && last_->address == address) {
+    return *last_;
+  }
   for (Mutex& mutex : mutexes_) {
     if (mutex.address == address) {
+      last_ = &mutex;
       return mutex;
     }
   }
   mutexes_.push_back({address, nullptr, {}});
-  return mutexes_.back();
+  last_ = &mutexes_.back();
+  return *last_;
 }
 
 void Locks::lock(const void* address, Task& task) {

@@ -20,7 +20,10 @@ class Locks {
   void unlock(const void* mutex, Task& task);
   // Reports a task that waits, or ends, with a lock held; `doing` completes the sentence.
   void check_none_held(const Task& task, const char* doing);
-  void forget() { mutexes_.clear(); }
+  void forget() {
+    mutexes_.clear();
+    last_ = nullptr;
+  }
 
  private:
   struct Mutex {
@@ -34,6 +37,7 @@ class Locks {
   World& world_;
   Pace& pace_;
   std::deque<Mutex> mutexes_;
+  Mutex* last_ = nullptr;  // that was asked for
 };
 
 }  // namespace erps::sim

@@ -28,7 +28,8 @@ class ModuleCopy {
   int stop() const { return loaded_->stop(); }
   int exit() const { return loaded_->exit(); }
 
-  // The file that it was loaded from, and where to.
+  // What it is a copy of, the file that it was loaded from, and where to.
+  const std::string& module_path() const { return module_path_; }
   const std::string& path() const { return loaded_->path(); }
   uintptr_t load_address() const { return loaded_->load_address(); }
 

@@ -87,10 +87,10 @@ const char* timer_name(TimerKind kind) {
 
 RecordAddresses RecordAddresses::of(const ModuleCopy& module) {
   static std::map<std::string, uintptr_t> offsets;
-  auto found = offsets.find(module.path());
+  auto found = offsets.find(module.module_path());
   if (found == offsets.end()) {
     const ModuleSymbols symbols(module.path());
-    found = offsets.emplace(module.path(), symbols.variable("ring_list_head").offset).first;
+    found = offsets.emplace(module.module_path(), symbols.variable("ring_list_head").offset).first;
   }
   return {reinterpret_cast<const void*>(module.load_address() + found->second)};
 }

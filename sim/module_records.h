@@ -69,7 +69,7 @@ struct TimerSnapshot {
 struct RecordAddresses {
   const void* rings = nullptr;  // the head of the ring list
 
-  // Finds them; what was found in a file is remembered.
+  // Finds them; what was found in a module is remembered.
   static RecordAddresses of(const ModuleCopy& module);
 };
 

@@ -79,7 +79,15 @@ class Node final : public Station {
   // The task that is calling is about to wait: what it has changed is there to be seen.
   void piece_of_work_done() { watch_.look(clock_us()); }
   // A task of the node goes on.
-  void touch() { touched_ = true; }
+  void touch(const Task& task) {
+    touched_ = true;
+    if (last_task_ != &task) {
+      last_task_ = &task;
+      ++handovers_;
+    }
+  }
+  // Another number when another task than the one that ran last has run.
+  uint64_t handovers() const { return handovers_; }
   // As piece_of_work_done(), for who has changed nothing.
   void look_if_touched() {
     if (std::exchange(touched_, false)) {
@@ -152,6 +160,8 @@ class Node final : public Station {
   std::deque<Errand> errands_;
   Task* handling_ = nullptr;  // the task that handles an event
   FlushWorker flush_worker_;
+  const Task* last_task_ = nullptr;
+  uint64_t handovers_ = 0;
   bool touched_ = true;
   bool waits_for_event_ = false;
   bool host_in_module_ = false;

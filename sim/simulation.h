@@ -120,6 +120,9 @@ class Simulation {
   // The rings and timers in the memory of the node's module; none while the node has no power. Good
   // until the simulation goes on.
   ModuleRecords records(NodeIndex node) { return nodes_.at(node)->records(); }
+  // Another number when another task of the node's module has run than the one that ran last: as
+  // long as it stays, only that one can have changed the records.
+  uint64_t handovers(NodeIndex node) const { return nodes_.at(node)->handovers(); }
   // How many blocks of memory a node's module has allocated and not released.
   size_t memory_blocks(NodeIndex node) const { return nodes_.at(node)->heap.blocks(); }
   const LearningSwitch& fabric(NodeIndex node) const { return nodes_.at(node)->fabric; }

@@ -51,7 +51,7 @@ void Task::on_alarm(uint64_t token) {
   if (idle_ticks_ && idle_ticks_->take_turn()) {
     return;
   }
-  node_.touch();
+  node_.touch(*this);
   waiting_ = false;
   Task* const before = std::exchange(running_, this);
   fiber_->resume();

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,16 @@ namespace erps::sim {
 using NodeIndex = size_t;
 using LinkIndex = size_t;
 using MacAddress = std::array<uint8_t, 6>;
+
+// As std::array has it, without a call: rings are compared after every event.
+inline bool operator==(const MacAddress& one, const MacAddress& other) {
+  const auto number = [](const MacAddress& address) {
+    uint64_t value = 0;
+    std::memcpy(&value, address.data(), address.size());
+    return value;
+  };
+  return number(one) == number(other);
+}
 
 struct LinkEnd {
   NodeIndex node = 0;

@@ -25,7 +25,8 @@ constexpr int64_t kToldUs = 10 * kSecondUs;
 void FlushChecker::on_record(const Record& record) {
   switch (record.kind) {
     case RecordKind::kEvent:
-      events_[record.node] = {};
+      events_[record.node].flushed.clear();
+      events_[record.node].sent.clear();
       break;
     case RecordKind::kFlush:
       events_[record.node].flushed.push_back(record.port);

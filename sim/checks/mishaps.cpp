@@ -166,11 +166,11 @@ void Mishaps::on_received(const Record& record) {
     return;
   }
   auto& heard = members_[record.node].heard;
-  auto entry = std::find_if(heard.begin(), heard.end(), [&](const Heard& one) {
-    return one.ring == at->ring && one.from == message.node;
-  });
+  const Heard now{at->ring, message.node, words_of(message), record.time_us};
+  const auto entry = std::lower_bound(heard.begin(), heard.end(), now);
+  const bool is_first = entry == heard.end() || now < *entry;
   if (at->guard_running) {
-    const bool is_news = entry == heard.end() || entry->words != words_of(message);
+    const bool is_news = is_first || entry->words != now.words;
     if (is_news || matters(*at, message)) {
       add(record, surprise::kGuarded);
     }
@@ -185,11 +185,11 @@ void Mishaps::on_received(const Record& record) {
       add(record, surprise::kOutranked, wait);
     }
   }
-  if (entry == heard.end()) {
-    entry = heard.insert(heard.end(), {at->ring, message.node, 0, 0});
+  if (is_first) {
+    heard.insert(entry, now);
+  } else {
+    *entry = now;
   }
-  entry->words = words_of(message);
-  entry->at_us = record.time_us;
 }
 
 }  // namespace erps::sim

@@ -56,10 +56,14 @@ class Mishaps final : public Observer, public StepListener {
     uint32_t from = 0;
     uint32_t words = 0;
     int64_t at_us = 0;
+
+    friend bool operator<(const Heard& one, const Heard& other) {
+      return one.ring != other.ring ? one.ring < other.ring : one.from < other.from;
+    }
   };
   struct Member {
     std::vector<Said> said;
-    std::vector<Heard> heard;
+    std::vector<Heard> heard;            // in their order
     std::vector<uint32_t> sent_through;  // ports, own messages of the present event
     int64_t event_us = 0;
     bool running = false;
@@ -71,6 +75,8 @@ class Mishaps final : public Observer, public StepListener {
   void on_lost(const Record& record);
   void on_connection(const Record& record);
   void on_other_way(const Step& step);
+  // What the listener took in from the speaker last; null when it was nothing.
+  const Heard* last_heard(NodeIndex listener, NodeIndex speaker, uint32_t ring) const;
   // Whether the listener is yet to hear what the speaker repeats about the ring.
   bool has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSnapshot& ring) const;
   bool has_to_hear_again(int64_t time_us, NodeIndex listener, NodeIndex speaker,

@@ -18,22 +18,27 @@ bool has_ring(const NodePlan& node, uint32_t ring) {
 
 }  // namespace
 
+const Mishaps::Heard* Mishaps::last_heard(NodeIndex listener, NodeIndex speaker,
+                                          uint32_t ring) const {
+  const auto& heard = members_[listener].heard;
+  const Heard wanted{ring, id_end(topology_.nodes[speaker].address), 0, 0};
+  const auto last = std::lower_bound(heard.begin(), heard.end(), wanted);
+  return last != heard.end() && !(wanted < *last) ? &*last : nullptr;
+}
+
 // Whether it has not, since the speaker says so.
 bool Mishaps::has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSnapshot& ring) const {
-  const uint32_t id = id_end(topology_.nodes[speaker].address);
+  if (listener == speaker || !members_[listener].running) {
+    return false;
+  }
   const uint32_t words = words_of(ring);
   int64_t since_us = 0;
   for (const Said& said : members_[speaker].said) {
     since_us = said.ring == ring.ring && said.words == words ? said.since_us : since_us;
   }
-  const Member& member = members_[listener];
-  const bool heard_it =
-      std::any_of(member.heard.begin(), member.heard.end(), [&](const Heard& one) {
-        return one.ring == ring.ring && one.from == id && one.words == words &&
-               one.at_us >= since_us;
-      });
-  return listener != speaker && member.running && !heard_it &&
-         has_ring(topology_.nodes[listener], ring.ring);
+  const Heard* last = last_heard(listener, speaker, ring.ring);
+  const bool heard_it = last != nullptr && last->words == words && last->at_us >= since_us;
+  return !heard_it && has_ring(topology_.nodes[listener], ring.ring);
 }
 
 // Whether the listener has missed a repetition that it would heed now, although it has heard the
@@ -41,13 +46,12 @@ bool Mishaps::has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSna
 bool Mishaps::has_to_hear_again(int64_t time_us, NodeIndex listener, NodeIndex speaker,
                                 const RingSnapshot& ring) const {
   constexpr int64_t kRepetitionUs = 5 * kSecondUs;
-  const uint32_t id = id_end(topology_.nodes[speaker].address);
-  const auto& heard = members_[listener].heard;
+  const Heard* last = last_heard(listener, speaker, ring.ring);
+  if (listener == speaker || (last != nullptr && last->at_us >= time_us - kRepetitionUs)) {
+    return false;
+  }
   const RingSnapshot* at = watch_.ring(listener, ring.ring);
-  return listener != speaker && at != nullptr && matters(*at, message_of(ring)) &&
-         std::none_of(heard.begin(), heard.end(), [&](const Heard& one) {
-           return one.ring == ring.ring && one.from == id && one.at_us >= time_us - kRepetitionUs;
-         });
+  return at != nullptr && matters(*at, message_of(ring));
 }
 
 void Mishaps::add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const RingSnapshot& ring) {

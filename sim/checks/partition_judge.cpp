@@ -27,14 +27,19 @@ PartitionJudge::PartitionJudge(Simulation& simulation, const RingWatch& watch, c
   last_.rings.resize(last_.dead.size());
   last_.carriers.resize(2 * simulation.topology().links.size());
   last_.open.resize(last_.carriers.size());
-  rings_changed_.resize(last_.dead.size(), true);
+  ends_of_.resize(last_.dead.size());
+  for (size_t i = 0; i < last_.open.size(); ++i) {
+    ends_of_[simulation.topology().links[i / 2].ends[i % 2].node].push_back(i);
+  }
+  is_changed_.resize(last_.dead.size());
+  change_all();
 }
 
 void PartitionJudge::on_record(const Record& record) {
   find_reason(record.time_us);
   repairs_.on_record(record);
-  if (record.node < rings_changed_.size()) {
-    rings_changed_[record.node] = true;
+  if (record.node < is_changed_.size()) {
+    change(record.node);
   }
   const auto set_carriers = [&](const auto& is_meant, bool up) {
     const auto& links = simulation_.topology().links;
@@ -60,6 +65,7 @@ void PartitionJudge::on_record(const Record& record) {
       break;
     case RecordKind::kSlowed:
       slowness_[record.node] = std::max<int64_t>(1, record.a);
+      most_slowness_ = *std::max_element(slowness_.begin(), slowness_.end());
       break;
     case RecordKind::kRunning:
       last_.dead[record.node] = false;
@@ -106,7 +112,7 @@ void PartitionJudge::watch_repair(const Step& step) {
 
 void PartitionJudge::on_event_done(int64_t time_us, NodeIndex node) {
   find_reason(time_us);
-  rings_changed_[node] = true;
+  change(node);
   if (step_changed_) {
     note(time_us);
   }
@@ -126,6 +132,7 @@ void PartitionJudge::on_forwarding(int64_t time_us, const Forwarding& forwarding
     }
   }
   open_ = split;
+  change_all();
   note(time_us);
   judge_old(time_us);
 }
@@ -139,8 +146,7 @@ void PartitionJudge::note(int64_t time_us) {
     return;
   }
   noted_us_ = time_us;
-  waiting_.back().slowness =
-      std::max(waiting_.back().slowness, *std::max_element(slowness_.begin(), slowness_.end()));
+  waiting_.back().slowness = std::max(waiting_.back().slowness, most_slowness_);
   look();
 }
 
@@ -149,21 +155,32 @@ const Circumstances& PartitionJudge::circumstances() {
   return last_;
 }
 
+void PartitionJudge::change(NodeIndex node) {
+  if (!is_changed_[node]) {
+    is_changed_[node] = true;
+    changed_.push_back(node);
+  }
+}
+
+void PartitionJudge::change_all() {
+  for (NodeIndex node = 0; node < is_changed_.size(); ++node) {
+    change(node);
+  }
+}
+
 void PartitionJudge::look() {
   const auto& links = simulation_.topology().links;
-  for (size_t i = 0; i < last_.open.size(); ++i) {
-    last_.open[i] = simulation_.port_forwards(links[i / 2].ends[i % 2]);
-  }
-  for (NodeIndex node = 0; node < last_.rings.size(); ++node) {
-    if (!rings_changed_[node]) {
-      continue;
+  for (const NodeIndex node : changed_) {
+    is_changed_[node] = false;
+    for (const size_t end : ends_of_[node]) {
+      last_.open[end] = simulation_.port_forwards(links[end / 2].ends[end % 2]);
     }
-    rings_changed_[node] = false;
     last_.rings[node].clear();
     if (!last_.dead[node]) {
       last_.rings[node] = watch_.rings(node);
     }
   }
+  changed_.clear();
 }
 
 void PartitionJudge::find_reason(int64_t time_us) {

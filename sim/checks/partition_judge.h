@@ -45,6 +45,8 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
 
   bool starts_beside_split(const Step& step) const;
   void watch_repair(const Step& step);
+  void change(NodeIndex node);
+  void change_all();
   void note(int64_t time_us);
   void look();
   void find_reason(int64_t time_us);
@@ -55,12 +57,16 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
   const RingWatch& watch_;
   const Bounds bounds_;
   Mishaps& mishaps_;
-  std::vector<int64_t> slowness_;    // by node
-  Circumstances last_;               // at the last change
-  std::vector<bool> rings_changed_;  // by node, perhaps, since they were looked at
-  int64_t noted_us_ = 0;             // when that was
-  bool is_asked_ = false;            // for the reason in these circumstances
-  std::vector<Partition> waiting_;   // to be judged once all is known of them
+  std::vector<int64_t> slowness_;  // by node
+  int64_t most_slowness_ = 1;
+  Circumstances last_;                        // at the last change
+  std::vector<std::vector<size_t>> ends_of_;  // by node, 2 * link + end
+  // Where something may have changed since it was looked at.
+  std::vector<NodeIndex> changed_;
+  std::vector<bool> is_changed_;    // by node
+  int64_t noted_us_ = 0;            // when that was
+  bool is_asked_ = false;           // for the reason in these circumstances
+  std::vector<Partition> waiting_;  // to be judged once all is known of them
   Repairs repairs_;
   bool open_ = false;
   bool step_changed_ = false;  // something, and it is not noted

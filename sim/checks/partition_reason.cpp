@@ -144,9 +144,9 @@ class Inquiry {
     });
   }
 
-  bool is_split() const {
-    Forwarding then = circumstances_.forwarding;
-    for (size_t i = 0; i < then.arcs.size(); i += 2) {
+  bool is_split() {
+    then_ = circumstances_.forwarding;
+    for (size_t i = 0; i < then_.arcs.size(); i += 2) {
       std::array<bool, 2> opens{};
       bool moves = false;
       for (size_t end = 0; end < 2; ++end) {
@@ -154,10 +154,10 @@ class Inquiry {
         moves = moves || opens[end] != circumstances_.open[i + end];
       }
       for (size_t arc = i; moves && arc < i + 2; ++arc) {
-        then.arcs[arc].forwards = then.arcs[arc].works && opens[0] && opens[1];
+        then_.arcs[arc].forwards = then_.arcs[arc].works && opens[0] && opens[1];
       }
     }
-    return has_partition(then);
+    return has_partition(then_);
   }
 
   static const PortSnapshot* port_of(const std::vector<RingSnapshot>& rings, uint32_t port) {
@@ -185,6 +185,7 @@ class Inquiry {
   const Goal goal_;
   const Strands strands_;
   Supposition suppose_;
+  Forwarding then_;  // as it would forward
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "sim/checks/ring_watch.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace erps::sim {
 
@@ -80,11 +81,14 @@ void RingWatch::on_record(const Record& record) {
 void RingWatch::take_event(Watched& watched, const Record& record) {
   const auto cause = cause_of(record.a);
   watched.in_event = cause.has_value();
+  const bool is_current = std::exchange(watched.is_current, false);
   if (!cause) {
     return;
   }
   // The timer task may have been here since the last event.
-  simulation_.records(record.node).read_rings(watched.rings);
+  if (!is_current || simulation_.handovers(record.node) != watched.handovers) {
+    simulation_.records(record.node).read_rings(watched.rings);
+  }
   watched.step = Step{};
   watched.step.node = record.node;
   watched.step.from_us = record.time_us;
@@ -119,6 +123,8 @@ void RingWatch::on_event_done(int64_t time_us, NodeIndex node) {
     }
   }
   watched.rings.swap(watched.next);
+  watched.is_current = true;
+  watched.handovers = simulation_.handovers(node);
 }
 
 void RingWatch::tell(const Step& step) {

@@ -82,6 +82,8 @@ class RingWatch final : public Observer {
     std::vector<RingSnapshot> rings;
     std::vector<RingSnapshot> next;
     bool in_event = false;
+    bool is_current = false;  // rings, as long as no other task has run since:
+    uint64_t handovers = 0;
     Step step;
     uint32_t command = 0;
     uint32_t argument = 0;

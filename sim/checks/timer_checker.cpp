@@ -194,8 +194,10 @@ void TimerChecker::on_sent(const Record& record) {
   if (is_single || record.b != (uint32_t{own[4]} << 8U | own[5])) {
     return;
   }
-  for (auto& [where, timers] : timers_) {
-    if (where.first != record.node || (where.second & 0xFFU) != RapsMessage{record.a, 0}.ring()) {
+  for (auto at = timers_.lower_bound({record.node, 0});
+       at != timers_.end() && at->first.first == record.node; ++at) {
+    auto& [where, timers] = *at;
+    if ((where.second & 0xFFU) != RapsMessage{record.a, 0}.ring()) {
       continue;
     }
     expect_repeated(where.first, where.second, timers, record.time_us, findings_);
@@ -243,7 +245,7 @@ void TimerChecker::on_timer(const Record& record) {
 }
 
 void TimerChecker::forget(NodeIndex node) {
-  std::erase_if(timers_, [=](const auto& entry) { return entry.first.first == node; });
+  timers_.erase(timers_.lower_bound({node, 0}), timers_.lower_bound({node + 1, 0}));
 }
 
 void TimerChecker::on_record(const Record& record) {
