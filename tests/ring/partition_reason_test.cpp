@@ -325,7 +325,9 @@ TEST(SplitLadder, HasNoMarksToTellApart) {
   rings[kWatchingNode][0].ports[0].rx_node_id = topology.nodes[0].address;
   const Circumstances now;
   const auto suppose_it = [&](bool (*suppose_not)(Supposition&)) {
-    Supposition suppose{topology, now, Hearing(topology, rings, {}), false, false};
+    const Strands none(topology, {});
+    Supposition suppose{topology, now, Hearing(topology, none), false, false};
+    suppose.hearing.begin(rings);
     const bool is_so = suppose_not(suppose);
     EXPECT_EQ(suppose.hearing.rings != rings, is_so);
     return is_so;
