@@ -74,6 +74,13 @@ LoopJudge::LoopJudge(Simulation& simulation, const RingWatch& watch, const Bound
 void LoopJudge::on_record(const Record& record) {
   if (record.kind == RecordKind::kKilled || record.kind == RecordKind::kStopped) {
     dead_[record.node] = true;
+    const auto& at = watch_.rings(record.node);
+    const bool was_to_block = std::any_of(at.begin(), at.end(), [](const RingSnapshot& ring) {
+      return is_owner(ring) && waits(ring);
+    });
+    if (open_ && was_to_block && loop_.cause.surprise == surprise::kOpenEnd) {
+      loop_.cause = {surprise::kOpenEnd};
+    }
   } else if (record.kind == RecordKind::kRunning || record.kind == RecordKind::kCrash) {
     dead_[record.node] = false;
   }

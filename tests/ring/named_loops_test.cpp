@@ -133,6 +133,27 @@ TEST(LoopOfAnOpenEnd, GoesOnWhereALinkThatFailedSecondComesBack) {
   EXPECT_THAT(loops_in(inspection), Each(Field(&Finding::surprise, surprise::kOpenEnd)));
 }
 
+// The owner that would end it is without its module.
+TEST(LoopOfAnOpenEnd, LastsWhileTheModuleOfTheOwnerThatWaitedIsDead) {
+  constexpr NodeIndex kMarkingNode = 2;
+  constexpr NodeIndex kOwner = 4;
+  Simulation simulation(make_ladder({.wtr_ms = 20'000}), options_with(1));
+  Inspection inspection(simulation);
+  inspection.expect_home();
+  simulation.crash(kMarkingNode);
+  simulation.run_for(kSettledUs);
+  simulation.restart(kMarkingNode);
+  simulation.run_for(kSettledUs);
+  ASSERT_TRUE(has_loop(simulation.forwarding()));
+  simulation.kill_module(kOwner);
+  simulation.run_for(120 * kSecondUs);
+  EXPECT_TRUE(has_loop(simulation.forwarding()));
+  simulation.start_module(kOwner);
+  inspection.expect_home();
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  EXPECT_THAT(loops_in(inspection), Each(Field(&Finding::surprise, surprise::kOpenEnd)));
+}
+
 // The block of a forced switch goes with its node, and everybody else has none. The owner beside it
 // sees the link last, and its return closes the loop.
 TEST(LoopOfAnOpenEnd, IsThereWhereTheNodeThatStartsHadForcedASwitch) {
