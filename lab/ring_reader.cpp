@@ -355,8 +355,9 @@ void read_rings(Reading& reading, const std::vector<const toml::table*>& tables)
     RingReader(reading, *table).read();
   }
   for (const toml::table* table : tables) {
-    const auto id = (*table)["id"].value<int64_t>();
-    const auto major_id = (*table)["major_ring"].value<int64_t>();
+    // Not value(): that takes numbers with a fraction for whole ones, and any of 64 bits and more.
+    const auto id = (*table)["id"].value_exact<int64_t>();
+    const auto major_id = (*table)["major_ring"].value_exact<int64_t>();
     if (!id || !major_id || reading.broken_rings.count(*id) != 0) {
       continue;
     }

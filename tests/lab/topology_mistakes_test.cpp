@@ -171,6 +171,8 @@ const Mistake kSubRingMistakes[] = {
     {"SubRingIdOfAnotherRingAndFarTooHigh",
      kRing + swapped(sub_ring(), "id = 2", "id = 4294967297"),
      "ring: id = 4294967297: allowed: 1 to 239"},
+    {"SubRingIdThatIsNoWholeNumber", kRing + swapped(sub_ring(), "id = 2", "id = 1e22"),
+     "ring: id = 1e+22: allowed: 1 to 239"},
     {"UnknownMajorRing", kRing + swapped(sub_ring(), "major_ring = 1", "major_ring = 9"),
      "ring 2: major_ring = 9: allowed: the ID of another ring of this file"},
     {"OtherControlVlan", kRing + swapped(sub_ring(), "control_vlan = 100", "control_vlan = 200"),
