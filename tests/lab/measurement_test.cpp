@@ -36,6 +36,9 @@ between = ["h1", "h2"]
 frames_per_s = 10000
 )";
 constexpr int64_t kLearningMs = 200;
+// What is measured while the machine itself stands still is measured again, as in a step of a run.
+constexpr int64_t kStallNs = 2'000'000;
+constexpr int kMostRuns = 10;
 
 // Runs the function in a sandbox of its own process; failures in there are told by its status.
 class Measurement : public ::testing::Test {
@@ -53,10 +56,18 @@ class Measurement : public ::testing::Test {
             Network network(file.topology);
             Traffic traffic(file.topology, network);
             traffic.start();
-            sleep_ms(kLearningMs);  // until the bridges know both hosts
-            traffic.begin_measurement();
-            experiment(network, traffic);
-            judge(traffic.end_measurement());
+            TrafficResult result;
+            for (int run = 0; run < kMostRuns; ++run) {
+              network.restore(0);
+              sleep_ms(kLearningMs);  // until the bridges know both hosts
+              traffic.begin_measurement();
+              experiment(network, traffic);
+              result = traffic.end_measurement();
+              if (result.machine_stall_ns < kStallNs) {
+                break;
+              }
+            }
+            judge(result);
             return ::testing::Test::HasFailure() ? 1 : 0;
           },
           {}));
