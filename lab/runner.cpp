@@ -24,8 +24,12 @@ constexpr int64_t kLongestAskMs = 250;
 constexpr int64_t kSteadyMs = 150;
 // Traffic before the first fault, from its first frame on, as a measure of the calm.
 constexpr int64_t kCalmMs = 1000;
-// A step during which the machine stood still is done again so often.
-constexpr size_t kMostRepeats = 3;
+// A step during which the machine stood still is done again so often, each time when the machine
+// has been calm for a while: what holds a virtual machine back comes in bursts.
+constexpr size_t kMostRepeats = 8;
+constexpr int64_t kCalmStallNs = 2 * kNsPerMs;
+constexpr int64_t kSteadyCalmMs = 2000;
+constexpr int64_t kCalmPatienceMs = 10000;
 
 void copy_into(int directory, const std::string& path) {
   const size_t slash = path.rfind('/');
@@ -140,6 +144,7 @@ StepReport Runner::do_step(size_t index) {
         !undo_step(index)) {
       return report;
     }
+    traffic_->wait_for_calm(kCalmStallNs, kSteadyCalmMs, kCalmPatienceMs);
   }
 }
 

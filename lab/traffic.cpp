@@ -118,6 +118,14 @@ void Traffic::receive_all() {
   }
 }
 
+void Traffic::wait_for_calm(int64_t stall_ns, int64_t steady_ms, int64_t patience_ms) {
+  const int64_t deadline_ns = mono_ns() + patience_ms * kNsPerMs;
+  do {
+    stalls_.take_longest_ns();
+    sleep_ms(steady_ms);
+  } while (stalls_.take_longest_ns() > stall_ns && mono_ns() < deadline_ns);
+}
+
 void Traffic::begin_measurement() {
   const std::lock_guard<std::mutex> lock(mutex_);
   receive_all();

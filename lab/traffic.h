@@ -46,6 +46,9 @@ class Traffic {
   // way.
   void begin_measurement();
   TrafficResult end_measurement();
+  // Between measurements: returns when this machine has not stood still for longer than `stall_ns`
+  // during `steady_ms`, or after `patience_ms`.
+  void wait_for_calm(int64_t stall_ns, int64_t steady_ms, int64_t patience_ms);
 
  private:
   struct Direction {
