@@ -187,15 +187,17 @@ void PartitionJudge::find_reason(int64_t time_us) {
   if (!is_asked_ || time_us == noted_us_) {
     return;
   }
-  const int64_t too_long_us = waiting_.back().from_us + bounds_.repair_us;
-  if (time_us <= too_long_us) {
+  // Not from the beginning on, because most are over by then; but what is repaired just before it
+  // has lasted too long was a reason all the same.
+  const int64_t suspicious_us = waiting_.back().from_us + bounds_.repair_us / 2;
+  if (time_us <= suspicious_us) {
     return;
   }
   is_asked_ = false;
   PartitionReason reason = reason_of(simulation_.topology(), last_);
   auto& stretches = waiting_.back().stretches;
   if (stretches.empty() || stretches.back().reason != reason) {
-    stretches.push_back({std::max(noted_us_, too_long_us), std::move(reason)});
+    stretches.push_back({std::max(noted_us_, suspicious_us), std::move(reason)});
   }
 }
 

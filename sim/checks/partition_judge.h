@@ -39,7 +39,7 @@ class PartitionJudge final : public Checker, public Observer, public StepListene
     PartitionReason reason;
   };
   struct Partition : Spell {
-    std::vector<Stretch> stretches;  // the first begins when it has lasted too long
+    std::vector<Stretch> stretches;  // the first begins when half of the allowed time is over
     int64_t slowness = 1;            // the most of any node
   };
 
