@@ -57,7 +57,7 @@ int run_inside(const Topology& topology, RunOptions options, const RunArguments&
     }
   });
   print(whole(report));
-  return report.passed() ? kHeld : kFailed;
+  return report.passed() ? kHeld : report.undecided() ? kUndecided : kFailed;
 }
 
 }  // namespace

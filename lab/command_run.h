@@ -1,5 +1,6 @@
 // The commands of erpslab. Each returns the exit status: 0 everything held, 1 an expectation
-// failed, 2 mistakes in the file or on the command line, 3 the laboratory could not run.
+// failed, 2 mistakes in the file or on the command line, 3 the laboratory could not run, 4 nobody
+// can tell, because this machine stood still.
 #pragma once
 
 #include <string>
@@ -10,6 +11,7 @@ inline constexpr int kHeld = 0;
 inline constexpr int kFailed = 1;
 inline constexpr int kMistaken = 2;
 inline constexpr int kCouldNotRun = 3;
+inline constexpr int kUndecided = 4;
 
 struct RunArguments {
   std::string topology;

@@ -105,6 +105,7 @@ std::string json_report(const Topology& topology, const RunReport& report) {
     steps.push_back({{"step", step.step ? json(*step.step + 1) : json(0)},
                      {"what", step.text},
                      {"passed", step.passed()},
+                     {"undecided", step.undecided},
                      {"repeated", step.repeated},
                      {"settled", step.settled},
                      {"settled_ms", to_ms(step.settled_ns - step.fault_ns)},
@@ -114,6 +115,7 @@ std::string json_report(const Topology& topology, const RunReport& report) {
   }
   const json whole = {{"name", topology.name},
                       {"passed", report.passed()},
+                      {"undecided", report.undecided()},
                       {"complete", report.complete},
                       {"steps", steps},
                       {"checks", checks_json(report.end_checks)}};

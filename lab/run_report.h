@@ -25,6 +25,7 @@ struct StepReport {
   std::optional<size_t> step;  // index in the topology; empty for the start
   int64_t fault_ns = 0;        // CLOCK_MONOTONIC just before the fault
   size_t repeated = 0;         // how often it was undone and done again, see is_undecided
+  bool undecided = false;      // ... and nobody can tell all the same
   bool settled = false;
   int64_t settled_ns = 0;         // when the rings were seen to be as expected, or given up
   std::vector<NodeReport> nodes;  // as asked last, by NodeIndex
@@ -34,6 +35,7 @@ struct StepReport {
   std::vector<Check> checks;
 
   bool passed() const;
+  bool failed() const { return !passed() && !undecided; }
 };
 
 struct RunReport {
@@ -42,6 +44,8 @@ struct RunReport {
   bool complete = false;          // every step was done
 
   bool passed() const;
+  // Nothing failed, but of some step nobody can tell.
+  bool undecided() const;
 };
 
 inline bool all_hold(const std::vector<Check>& checks) {
@@ -63,6 +67,14 @@ inline bool RunReport::passed() const {
     good = good && step.passed();
   }
   return good;
+}
+
+inline bool RunReport::undecided() const {
+  bool good = complete && all_hold(end_checks);
+  for (const StepReport& step : steps) {
+    good = good && !step.failed();
+  }
+  return good && !passed();
 }
 
 // The longest outage of the judged streams; empty when none is judged.

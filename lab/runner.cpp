@@ -24,12 +24,18 @@ constexpr int64_t kLongestAskMs = 250;
 constexpr int64_t kSteadyMs = 150;
 // Traffic before the first fault, from its first frame on, as a measure of the calm.
 constexpr int64_t kCalmMs = 1000;
-// A step during which the machine stood still is done again so often, each time when the machine
-// has been calm for a while: what holds a virtual machine back comes in bursts.
+// A step during which the machine stood still is done again so often, all steps of a run together
+// as well, each time when the machine has been calm for a while: what holds a virtual machine back
+// comes in bursts.
 constexpr size_t kMostRepeats = 8;
+constexpr size_t kMostRepeatsOfAll = 12;
 constexpr int64_t kCalmStallNs = 2 * kNsPerMs;
 constexpr int64_t kSteadyCalmMs = 2000;
 constexpr int64_t kCalmPatienceMs = 10000;
+
+bool can_be_undone(const Step& step) {
+  return step.action == Action::kCut || step.action == Action::kRestore;
+}
 
 void copy_into(int directory, const std::string& path) {
   const size_t slash = path.rfind('/');
@@ -71,7 +77,7 @@ RunReport Runner::run(const std::function<void(const StepReport&)>& step_done) {
   report.steps.push_back(start());
   step_done(report.steps.back());
   size_t next = 0;
-  while (next < topology_.steps.size() && (options_.keep_going || report.steps.back().passed())) {
+  while (next < topology_.steps.size() && (options_.keep_going || !report.steps.back().failed())) {
     report.steps.push_back(do_step(next++));
     step_done(report.steps.back());
   }
@@ -140,20 +146,23 @@ StepReport Runner::do_step(size_t index) {
   for (size_t attempt = 0;; ++attempt) {
     StepReport report = try_step(index);
     report.repeated = attempt;
-    if (attempt == kMostRepeats || !is_undecided(outlooks_[index + 1], report) ||
-        !undo_step(index)) {
+    report.undecided = is_undecided(outlooks_[index + 1], report);
+    if (!report.undecided || attempt == kMostRepeats || repeats_ == kMostRepeatsOfAll ||
+        !can_be_undone(topology_.steps[index])) {
+      return report;
+    }
+    ++repeats_;
+    if (!undo_step(index)) {
+      report.undecided = false;
       return report;
     }
     traffic_->wait_for_calm(kCalmStallNs, kSteadyCalmMs, kCalmPatienceMs);
   }
 }
 
-// Back to where the rings were before the step. False when that cannot be or does not come about.
+// Back to where the rings were before the step. False when that does not come about.
 bool Runner::undo_step(size_t index) {
   const Step& step = topology_.steps[index];
-  if (step.action != Action::kCut && step.action != Action::kRestore) {
-    return false;
-  }
   StepReport ignored;
   Step undo;
   undo.action = step.action == Action::kCut ? Action::kRestore : Action::kCut;

@@ -57,6 +57,7 @@ class Runner {
   std::vector<JournalReader> journals_;           // by NodeIndex
   std::unique_ptr<Capture> capture_;
   std::unique_ptr<Traffic> traffic_;
+  size_t repeats_ = 0;  // of steps
 };
 
 }  // namespace erps::lab

@@ -18,6 +18,7 @@ constexpr const char* kBold = "1";
 constexpr const char* kDim = "2";
 constexpr const char* kGreen = "32";
 constexpr const char* kRed = "1;31";
+constexpr const char* kYellow = "1;33";
 
 std::string padded(const std::string& text, size_t width, bool right = false) {
   const std::string spaces(text.size() < width ? width - text.size() : 0, ' ');
@@ -108,8 +109,8 @@ std::string TextReport::paint(const char* code, const std::string& text) const {
   return colour_ ? std::string("\033[") + code + "m" + text + "\033[0m" : text;
 }
 
-std::string TextReport::verdict(bool good) const {
-  return good ? paint(kGreen, "PASS") : paint(kRed, "FAIL");
+std::string TextReport::verdict(bool good, bool undecided) const {
+  return good ? paint(kGreen, "PASS") : undecided ? paint(kYellow, "VOID") : paint(kRed, "FAIL");
 }
 
 std::string TextReport::heading() const {
@@ -137,7 +138,7 @@ std::string TextReport::step(const StepReport& report) const {
   text += timeline(report);
   text += states(report);
   text += traffic(report);
-  text += checks(report.checks);
+  text += checks(report.checks, report.undecided);
   return text;
 }
 
@@ -240,12 +241,12 @@ std::string TextReport::traffic(const StepReport& report) const {
   return text;
 }
 
-std::string TextReport::checks(const std::vector<Check>& checks) const {
+std::string TextReport::checks(const std::vector<Check>& checks, bool undecided) const {
   constexpr size_t kIndent = 8;  // "  PASS  "
   std::string text;
   for (const Check& check : checks) {
     const std::string what = check.what + (check.found.empty() ? "" : ": " + check.found);
-    text += wrapped("  " + verdict(check.holds) + "  ", kIndent, words_of(what), " ");
+    text += wrapped("  " + verdict(check.holds, undecided) + "  ", kIndent, words_of(what), " ");
   }
   return text;
 }
@@ -272,7 +273,7 @@ std::string TextReport::summary(const RunReport& report) const {
     if (title.size() > 45) {
       title.resize(45);
     }
-    text += verdict(step.passed()) + "  " + padded(title, 46) +
+    text += verdict(step.passed(), step.undecided) + "  " + padded(title, 46) +
             padded(step.settled ? ms_number(step.settled_ns - step.fault_ns) : "never", 12, true) +
             padded(outage_ns ? ms_number(*outage_ns) : "-", 11, true) +
             padded(step.traffic ? std::to_string(lost) : "-", 9, true) +
@@ -285,7 +286,10 @@ std::string TextReport::summary(const RunReport& report) const {
     text += verdict(false) + "  stopped after a step that failed; --keep-going does the rest\n";
   }
   text += "outage: the longest time between two arrivals while a frame was under way or lost\n";
-  return text + (report.passed() ? verdict(true) : verdict(false)) + "\n";
+  if (report.undecided()) {
+    text += "VOID: this machine stood still too long to tell; try again when it has less to do\n";
+  }
+  return text + verdict(report.passed(), report.undecided()) + "\n";
 }
 
 }  // namespace erps::lab

@@ -17,11 +17,11 @@ class TextReport {
 
  private:
   std::string paint(const char* code, const std::string& text) const;
-  std::string verdict(bool good) const;
+  std::string verdict(bool good, bool undecided = false) const;
   std::string timeline(const StepReport& report) const;
   std::string states(const StepReport& report) const;
   std::string traffic(const StepReport& report) const;
-  std::string checks(const std::vector<Check>& checks) const;
+  std::string checks(const std::vector<Check>& checks, bool undecided) const;
 
   const Topology& topology_;
   bool colour_;

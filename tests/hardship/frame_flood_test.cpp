@@ -116,7 +116,14 @@ class FrameFlood : public ::testing::Test {
     EXPECT_TRUE(flooded()) << lab_->out_so_far();
     end_floods();
     expect_flooded();
+    expect_held();
+  }
+
+  void expect_held() {
     const LabResult result = lab_->wait(kLongestRun);
+    if (result.undecided()) {
+      GTEST_SKIP() << kStoodStill << result.out;
+    }
     EXPECT_EQ(result.status, 0) << result.out << result.err;
   }
 
@@ -179,8 +186,7 @@ TEST_F(FrameFlood, BelievedMessagesLeaveAProtectingRingAloneAndAreOverWhenTheyEn
   flood({"Valid", "valid", kStranger}, seconds(4));
   EXPECT_LT(time_of_answer("n1").count(), 1.0);
   expect_flooded();
-  const LabResult result = lab_->wait(kLongestRun);
-  EXPECT_EQ(result.status, 0) << result.out << result.err;
+  expect_held();
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "lab/text_report.h"
 #include "lab/topology_file.h"
 #include "tests/lab/topology_text.h"
 
@@ -141,6 +142,24 @@ TEST_F(Verdict, AnOutageBeyondThePauseOfTheMachineIsDecided) {
   report_.traffic->machine_stall_ns = 7 * kMs;
   EXPECT_NE(failed(), "");
   EXPECT_FALSE(is_undecided(outlook_, report_));
+}
+
+TEST_F(Verdict, ARunOfWhichNobodyCanTellHasNeitherPassedNorFailed) {
+  direction(0).outage_ns = 53 * kMs;
+  report_.traffic->machine_stall_ns = 7 * kMs;
+  EXPECT_NE(failed(), "");
+  report_.undecided = true;
+  report_.step = 0;
+  report_.text = "cut n2-n3";
+  RunReport run;
+  run.complete = true;
+  run.steps = {report_};
+  EXPECT_FALSE(run.passed());
+  EXPECT_TRUE(run.undecided());
+  EXPECT_NE(TextReport(topology_, false).summary(run).find("VOID  1  cut"), std::string::npos);
+
+  run.end_checks.push_back({"daemons stop cleanly", false, "erpsd of n1 ended with status 1"});
+  EXPECT_FALSE(run.undecided()) << "something failed beside it";
 }
 
 TEST_F(Verdict, ADuplicateIsNeverUndecided) {
