@@ -1,7 +1,7 @@
 // How many simulated seconds the simulator makes in a second of processor time.
 //
-// A table for rings of several sizes, at rest and with a random fault every 20 s, without and with
-// the checkers. Run it on a machine that has nothing else to do.
+// A table for rings of several sizes, at rest and with random faults, without and with the
+// checkers. Run it on a machine that has nothing else to do.
 #include <sys/utsname.h>
 #include <time.h>
 
@@ -21,10 +21,11 @@ namespace {
 
 using namespace erps;
 
-constexpr int64_t kFaultPeriodUs = 20 * sim::kSecondUs;
+constexpr int64_t kSliceUs = 20 * sim::kSecondUs;
 
 struct Arguments {
   std::vector<size_t> nodes{4, 16, 64, 255};
+  std::vector<uint32_t> fault_every_s{180, 20};
   double cpu_seconds = 2;
   uint64_t seed = 1;
   std::string module_path = ERPS_MODULE;
@@ -38,7 +39,8 @@ double cpu_seconds_now() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
-double measure(const Arguments& arguments, size_t nodes, bool faults, bool checkers) {
+// fault_every_s: 0 for a ring at rest.
+double measure(const Arguments& arguments, size_t nodes, uint32_t fault_every_s, bool checkers) {
   sim::Options options;
   options.seed = arguments.seed;
   options.module_path = arguments.module_path;
@@ -47,17 +49,17 @@ double measure(const Arguments& arguments, size_t nodes, bool faults, bool check
   if (checkers) {
     inspection.emplace(simulation);
   }
-  bench::RandomFaults random_faults(simulation, arguments.seed, kFaultPeriodUs);
+  bench::RandomFaults random_faults(simulation, arguments.seed, fault_every_s * sim::kSecondUs);
   // The start is not measured: it is over before the ring has come home.
   simulation.run_for(30 * sim::kSecondUs);
-  if (faults) {
+  if (fault_every_s != 0) {
     random_faults.start();
   }
   const int64_t from_us = simulation.now_us();
   const double from_cpu = cpu_seconds_now();
   double cpu = 0;
   while (cpu < arguments.cpu_seconds) {
-    simulation.run_for(kFaultPeriodUs);
+    simulation.run_for(kSliceUs);
     cpu = cpu_seconds_now() - from_cpu;
   }
   return static_cast<double>(simulation.now_us() - from_us) / sim::kSecondUs / cpu;
@@ -90,15 +92,19 @@ void print_table(const Arguments& arguments) {
   std::printf("Simulated seconds a second of one core; %s; %s\n\n", machine().c_str(),
               compiler().c_str());
   std::printf("| nodes | faults | checkers | simulated seconds a second |\n|--:|---|---|--:|\n");
+  std::vector<uint32_t> every = arguments.fault_every_s;
+  if (!arguments.only_faults) {
+    every.insert(every.begin(), 0);
+  }
   for (const size_t nodes : arguments.nodes) {
-    for (const bool faults : {false, true}) {
+    for (const uint32_t every_s : every) {
+      const std::string faults = every_s == 0 ? "none" : "every " + std::to_string(every_s) + " s";
       for (const bool checkers : {false, true}) {
-        if ((arguments.only_faults && !faults) || (arguments.only_plain && checkers)) {
-          continue;
+        if (!arguments.only_plain || !checkers) {
+          std::printf("| %zu | %s | %s | %.0f |\n", nodes, faults.c_str(), checkers ? "on" : "off",
+                      measure(arguments, nodes, every_s, checkers));
+          std::fflush(stdout);
         }
-        std::printf("| %zu | %s | %s | %.0f |\n", nodes, faults ? "every 20 s" : "none",
-                    checkers ? "on" : "off", measure(arguments, nodes, faults, checkers));
-        std::fflush(stdout);
       }
     }
   }
@@ -112,6 +118,10 @@ int main(int argc, char** argv) {
   app.add_option("--nodes", arguments.nodes, "Sizes of the rings, 2 to 255")
       ->delimiter(',')
       ->check(CLI::Range(2, 255))
+      ->capture_default_str();
+  app.add_option("--fault-every", arguments.fault_every_s, "Seconds from a fault to the next")
+      ->delimiter(',')
+      ->check(CLI::Range(1, 86400))
       ->capture_default_str();
   app.add_option("--cpu-seconds", arguments.cpu_seconds, "Processor time for each line")
       ->check(CLI::Range(0.1, 3600.0))

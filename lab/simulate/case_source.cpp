@@ -1,5 +1,8 @@
 #include "lab/simulate/case_source.h"
 
+#include <array>
+#include <charconv>
+
 #include "lab/simulated_network.h"
 #include "sim/campaign/random_case.h"
 
@@ -7,7 +10,8 @@ namespace erps::lab {
 
 namespace {
 
-constexpr double kUsPerHour = 3.6e9;
+constexpr double kUsPerSecond = 1e6;
+constexpr double kUsPerHour = 3600 * kUsPerSecond;
 
 // FNV-1a over everything that a simulation of the network depends on.
 uint64_t fingerprint(const sim::Topology& topology) {
@@ -47,6 +51,12 @@ uint64_t fingerprint(const sim::Topology& topology) {
   return hash;
 }
 
+std::string short_number(double number) {
+  std::array<char, 32> text{};
+  const auto end = std::to_chars(text.data(), text.data() + text.size(), number).ptr;
+  return {text.data(), end};
+}
+
 }  // namespace
 
 std::string shell_word(const std::string& text) {
@@ -74,6 +84,9 @@ sim::Names names_of(const Topology& topology) {
 }
 
 CaseSource::CaseSource(const CasePlan& plan) : plan_(plan) {
+  if (plan_.fault_every_s) {
+    fault_every_us_ = static_cast<int64_t>(*plan_.fault_every_s * kUsPerSecond);
+  }
   if (plan_.topology != nullptr) {
     network_ = to_simulated(*plan_.topology);
     names_ = names_of(*plan_.topology);
@@ -92,8 +105,9 @@ sim::Case CaseSource::at(uint64_t number) const {
   if (!plan_.random) {
     return every_.at(number);
   }
-  return plan_.topology != nullptr ? sim::random_case(network_, names_, plan_.seed, number)
-                                   : sim::random_ring_case(plan_.seed, number, plan_.ring_nodes);
+  return plan_.topology != nullptr
+             ? sim::random_case(network_, names_, plan_.seed, number, fault_every_us_)
+             : sim::random_ring_case(plan_.seed, number, plan_.ring_nodes, fault_every_us_);
 }
 
 std::string CaseSource::command() const {
@@ -103,6 +117,7 @@ std::string CaseSource::command() const {
                                           std::to_string(plan_.ring_nodes.high);
   if (plan_.random) {
     text += " --faults random";
+    text += plan_.fault_every_s ? " --fault-every " + short_number(*plan_.fault_every_s) : "";
   } else if (plan_.every.pairs) {
     text += " --exhaustive";
   } else {
@@ -119,6 +134,7 @@ std::string CaseSource::key() const {
   text += plan_.every.nodes ? " node" : "";
   text += plan_.every.pairs ? " pair" : "";
   text += " seed " + std::to_string(plan_.seed);
+  text += plan_.fault_every_s ? " fault every " + short_number(*plan_.fault_every_s) + " s" : "";
   return text + (plan_.topology != nullptr ? " network " + std::to_string(fingerprint(network_))
                                            : " rings " + std::to_string(plan_.ring_nodes.low) +
                                                  "-" + std::to_string(plan_.ring_nodes.high));

@@ -23,6 +23,7 @@ struct CasePlan {
   sim::EveryPlan every;  // where it is not random
   uint64_t seed = 1;
   double hours = 1;
+  std::optional<double> fault_every_s;  // of random faults; empty: drawn for each scenario
 };
 
 class CaseSource {
@@ -44,6 +45,7 @@ class CaseSource {
   sim::Topology network_;
   sim::Names names_;
   std::vector<sim::Case> every_;
+  std::optional<int64_t> fault_every_us_;
   uint64_t count_ = 0;
 };
 

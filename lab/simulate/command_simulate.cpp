@@ -61,6 +61,9 @@ std::string mistake_in(const SimulateArguments& arguments) {
   if (counted && random) {
     return "--faults random does not go together with --every-link, --every-node, --exhaustive";
   }
+  if (arguments.fault_every_s && !random) {
+    return "--fault-every needs --faults random";
+  }
   if (!arguments.scenario.empty() && (counted || random || arguments.only)) {
     return "--scenario is all that is played; it does not go together with other faults";
   }
@@ -95,6 +98,7 @@ int run(const SimulateArguments& arguments, const Topology* topology) {
   plan.ring_nodes = parse_rings(arguments.rings).value_or(sim::Range{2, 16});
   plan.random = !arguments.faults.empty();
   plan.hours = arguments.hours;
+  plan.fault_every_s = arguments.fault_every_s;
   plan.seed = arguments.seed.value_or(drawn_seed());
   plan.every = {arguments.every_link, arguments.every_node, arguments.exhaustive};
 

@@ -23,6 +23,7 @@ struct SimulateArguments {
   std::optional<uint64_t> only;
   std::optional<uint64_t> seed;
   double hours = 1;
+  std::optional<double> fault_every_s;
   uint64_t jobs = 0;  // 0: as many as there are processors
   std::string state;
   std::string scenarios;  // directory for the smallest scenarios; empty: the present one

@@ -22,6 +22,11 @@ CLI::App* add_simulate_command(CLI::App& app, SimulateArguments& arguments) {
   command->add_option("--hours", arguments.hours, "Simulated hours of random faults")
       ->capture_default_str()
       ->check(CLI::Range(0.001, 1e7));
+  command
+      ->add_option("--fault-every", arguments.fault_every_s,
+                   "Mean seconds from a random fault to the next; default: drawn for each "
+                   "scenario, 2 s to 2 min")
+      ->check(CLI::Range(0.1, 86400.0));
   command->add_option("--jobs", arguments.jobs, "Processes; default: one a processor")
       ->check(CLI::Range(1, 1024));
   command->add_option("--seed", arguments.seed,

@@ -115,10 +115,12 @@ class FaultDraw {
   std::vector<RingPort> ring_ports_;
 };
 
-Scenario random_scenario(Random& chance, const Topology& topology) {
+Scenario random_scenario(Random& chance, const Topology& topology,
+                         std::optional<int64_t> fault_every_us) {
   const int64_t end_us = chance.in({10, 60}) * kMinuteUs;
-  const int64_t mean_us =
+  const int64_t drawn_us =
       of_any_size(chance, {2 * kSecondUs, 10 * kSecondUs, kMinuteUs, 2 * kMinuteUs});
+  const int64_t mean_us = fault_every_us.value_or(drawn_us);
   FaultDraw faults(chance, topology);
   Scenario scenario;
   for (int64_t at_us = chance.in({0, 2 * kMinuteUs}); at_us < end_us;
@@ -136,29 +138,31 @@ Random chance_of(uint64_t seed, uint64_t number) {
   return {Random(seed, kStream).next(), number};
 }
 
-Case finish(Random& chance, Case drawn, uint64_t number) {
+Case finish(Random& chance, Case drawn, uint64_t number, std::optional<int64_t> fault_every_us) {
   drawn.title = "scenario " + std::to_string(number);
   drawn.options.seed = chance.next() >> 1U;  // a TOML integer, too
-  drawn.scenario = random_scenario(chance, drawn.topology);
+  drawn.scenario = random_scenario(chance, drawn.topology, fault_every_us);
   return drawn;
 }
 
 }  // namespace
 
-Case random_ring_case(uint64_t seed, uint64_t number, Range nodes) {
+Case random_ring_case(uint64_t seed, uint64_t number, Range nodes,
+                      std::optional<int64_t> fault_every_us) {
   Random chance = chance_of(seed, number);
   Case drawn;
   drawn.topology = random_network(chance, nodes);
   drawn.names = names_of(drawn.topology);
-  return finish(chance, std::move(drawn), number);
+  return finish(chance, std::move(drawn), number, fault_every_us);
 }
 
-Case random_case(const Topology& topology, const Names& names, uint64_t seed, uint64_t number) {
+Case random_case(const Topology& topology, const Names& names, uint64_t seed, uint64_t number,
+                 std::optional<int64_t> fault_every_us) {
   Random chance = chance_of(seed, number);
   Case drawn;
   drawn.topology = topology;
   drawn.names = names;
-  return finish(chance, std::move(drawn), number);
+  return finish(chance, std::move(drawn), number, fault_every_us);
 }
 
 }  // namespace erps::sim

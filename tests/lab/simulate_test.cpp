@@ -199,6 +199,20 @@ TEST_F(Simulate, AFailureComesWithTheCommandThatShowsItAndASmallerScenario) {
   EXPECT_NE(replayed.out.find("FAIL  no home finding"), std::string::npos) << replayed.out;
 }
 
+TEST_F(Simulate, AFailureOfRandomFaultsComesWithTheCommandThatDrawsThemAgain) {
+  const LabResult result = simulate({"--rings", "3-4", "--faults", "random", "--fault-every",
+                                     "45.5", "--hours", "0.1", "--seed", "4", "--module",
+                                     ERPS_LOSES_THE_END_OF_WTR, "--scenarios", directory_.path()});
+  EXPECT_EQ(result.status, 1) << result.err;
+  const std::string command = behind(result.out, "again: ");
+  EXPECT_NE(command.find(" --faults random --fault-every 45.5 "), std::string::npos) << command;
+  const auto words = words_of(command);
+  ASSERT_GT(words.size(), 4U) << result.out;
+  const LabResult again = simulate({words.begin() + 2, words.end()});
+  EXPECT_EQ(again.status, 1) << again.err;
+  EXPECT_NE(again.out.find("FAIL"), std::string::npos) << again.out;
+}
+
 TEST_F(Simulate, ACampaignMakesTheDirectoryForItsScenarios) {
   const std::string directory = directory_.path() + "/smallest";
   const LabResult result = simulate({ring(""), "--every-link", "--seed", "4", "--module",
@@ -277,14 +291,17 @@ for_s = -1
 
 TEST_F(Simulate, WhatDoesNotGoTogetherIsAMistake) {
   const std::string path = ring();
-  const std::vector<std::vector<std::string>> wrong{{},
-                                                    {path, "--rings", "2-16", "--faults", "random"},
-                                                    {"--rings", "1-16", "--faults", "random"},
-                                                    {"--rings", "2-16"},
-                                                    {path, "--every-link", "--faults", "random"},
-                                                    {path, "--every-link", "--only", "4"},
-                                                    {path, "--every-link", "--pcap", in("frames")},
-                                                    {path, "--jobs", "0"}};
+  const std::vector<std::vector<std::string>> wrong{
+      {},
+      {path, "--rings", "2-16", "--faults", "random"},
+      {"--rings", "1-16", "--faults", "random"},
+      {"--rings", "2-16"},
+      {path, "--every-link", "--faults", "random"},
+      {path, "--every-link", "--only", "4"},
+      {path, "--every-link", "--pcap", in("frames")},
+      {path, "--fault-every", "60"},
+      {path, "--faults", "random", "--fault-every", "0"},
+      {path, "--jobs", "0"}};
   for (const auto& arguments : wrong) {
     const LabResult result = simulate(arguments);
     EXPECT_EQ(result.status, 2) << result.out;

@@ -79,6 +79,21 @@ TEST(RandomCase, FollowsFromSeedAndNumberAlone) {
   EXPECT_NE(texts_of(once), texts_of(random_ring_case(6, 17, kSizes)));
 }
 
+TEST(RandomCase, HasFaultsAsOftenAsIsAsked) {
+  constexpr int64_t kEveryUs = 180 * kSecondUs;
+  size_t faults = 0;
+  int64_t time_us = 0;
+  for (uint64_t number = 0; number < 300; ++number) {
+    const Case often = random_ring_case(5, number, kSizes, kSecondUs);
+    const Case rare = random_ring_case(5, number, kSizes, kEveryUs);
+    EXPECT_EQ(rare.topology.nodes.size(), often.topology.nodes.size()) << "the network is the same";
+    faults += rare.scenario.faults.size();
+    time_us += rare.scenario.quiet_us;
+  }
+  const auto mean_us = static_cast<double>(time_us) / static_cast<double>(faults);
+  EXPECT_NEAR(mean_us / kEveryUs, 1, 0.1);
+}
+
 TEST(RandomCase, DrawsEverySizeRoleAndKindOfFault) {
   std::set<size_t> sizes;
   std::set<uint32_t> ring_roles;
