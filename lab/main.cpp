@@ -35,7 +35,8 @@ int run_command_line(int argc, char** argv) {
   run_command->add_option("--module", run.module, "liberps.so; default: that of the build");
   run_command->footer(
       "Exit status: 0 every expectation of the file held, 1 one failed, 2 mistakes in the file or "
-      "on the command line, 3 could not run, 130 after Ctrl-C.\n");
+      "on the command line, 3 could not run, 4 nobody can tell, because this machine stood still,\n"
+      "130 after Ctrl-C.\n");
 
   std::string topology;
   std::string node;

@@ -11,6 +11,7 @@
 #include "sim/campaign/player.h"
 #include "sim/campaign/random_case.h"
 #include "sim/campaign/random_network.h"
+#include "sim/checks/surprises.h"
 
 namespace erps::sim {
 
@@ -133,6 +134,39 @@ TEST(RandomCase, LeftAloneComesHome) {
     EXPECT_TRUE(outcome.home_after_us) << "number " << number;
   }
 }
+
+// Each had a finding that no name explained when it was drawn first.
+struct Drawn {
+  uint64_t seed = 0;
+  uint64_t number = 0;
+  const char* check = "";
+  const char* surprise = "";
+};
+
+class OnceUnexplained : public testing::TestWithParam<Drawn> {};
+
+TEST_P(OnceUnexplained, IsToldByName) {
+  const Outcome outcome =
+      play(random_ring_case(GetParam().seed, GetParam().number, kSizes), ERPS_MODULE);
+  EXPECT_EQ(std::find_if(outcome.findings.begin(), outcome.findings.end(),
+                         [](const Finding& finding) { return finding.is_violation(); }),
+            outcome.findings.end());
+  EXPECT_TRUE(std::any_of(outcome.findings.begin(), outcome.findings.end(),
+                          [](const Finding& finding) {
+                            return finding.check == GetParam().check &&
+                                   finding.surprise == GetParam().surprise;
+                          }))
+      << "draws something else now: look for another one";
+}
+
+INSTANTIATE_TEST_SUITE_P(Campaigns, OnceUnexplained,
+                         testing::Values(Drawn{22, 4667, "partition", surprise::kGuarded},
+                                         Drawn{21, 2191, "partition", surprise::kCameLate},
+                                         Drawn{100, 1930, "loop", surprise::kOpenEnd}),
+                         [](const auto& drawn) {
+                           return std::to_string(drawn.param.seed) + "_" +
+                                  std::to_string(drawn.param.number);
+                         });
 
 TEST(EveryCase, CountsSingleFaultsAndPairs) {
   const Topology topology = make_ring({});
