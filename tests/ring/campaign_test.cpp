@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <ostream>
 #include <set>
 
 #include "sim/campaign/every_case.h"
@@ -141,6 +142,10 @@ struct Drawn {
   uint64_t number = 0;
   const char* check = "";
   const char* surprise = "";
+
+  friend void PrintTo(const Drawn& drawn, std::ostream* out) {
+    *out << "seed " << drawn.seed << " number " << drawn.number;
+  }
 };
 
 class OnceUnexplained : public testing::TestWithParam<Drawn> {};
