@@ -10,18 +10,11 @@
 
 namespace erps::lab::testing {
 
-// The exit status of a run of which nobody can tell, because this machine stood still.
-inline constexpr int kUndecided = 4;
-
 struct LabResult {
   bool exited = false;
   int status = 0;  // exit status, or the signal that ended it
   std::string out, err;
-
-  bool undecided() const { return exited && status == kUndecided; }
 };
-
-inline constexpr const char* kStoodStill = "THIS MACHINE STOOD STILL TOO LONG, NOT TESTED: ";
 
 // One run of erpslab. Everything that it starts carries a mark in its environment, by which it is
 // found again.

@@ -38,7 +38,7 @@ frames_per_s = 10000
 constexpr int64_t kLearningMs = 200;
 // What is measured while the machine itself stands still is measured again, as in a step of a run.
 constexpr int64_t kStallNs = 2'000'000;
-constexpr int kMostRuns = 6;
+constexpr int kMostRuns = 10;
 constexpr int64_t kCalmMs = 300;
 constexpr int64_t kCalmPatienceMs = 1000;
 
@@ -48,10 +48,6 @@ class Measurement : public ::testing::Test {
   using Experiment = std::function<void(Network&, Traffic&)>;
 
   static bool is_calm(const TrafficResult& result) { return result.machine_stall_ns < kStallNs; }
-  // So many frames are sent in good time, fewer by a machine that stands still meanwhile: some.
-  static uint64_t at_least(uint64_t frames, const TrafficResult& result) {
-    return is_calm(result) ? frames : 1;
-  }
 
   // Done with the network between the begin and the end of a measurement.
   static void measure(const Experiment& experiment,
@@ -96,7 +92,7 @@ TEST_F(Measurement, CalmTrafficLosesNothing) {
           [](const TrafficResult& result) {
             EXPECT_TRUE(result.is_sound());
             for (const DirectionResult& direction : result.streams[0].directions) {
-              EXPECT_GE(direction.sent, at_least(2500, result));
+              EXPECT_GE(direction.sent, 2500U);
               EXPECT_LE(direction.sent, 4000U);
               EXPECT_EQ(direction.lost, 0U);
               EXPECT_EQ(direction.duplicates, 0U);
@@ -119,7 +115,7 @@ TEST_F(Measurement, ALinkThatIsAwayForAWhileReadsAsThatWhile) {
         for (const DirectionResult& direction : result.streams[0].directions) {
           EXPECT_GE(to_ms(direction.outage_ns), 99);
           EXPECT_LE(to_ms(direction.outage_ns), 100 + 30 + to_ms(result.machine_stall_ns));
-          EXPECT_GE(direction.lost, at_least(900, result));
+          EXPECT_GE(direction.lost, 900U);
           EXPECT_FALSE(direction.still_out);
         }
       });
@@ -133,10 +129,9 @@ TEST_F(Measurement, ALinkThatStaysAwayIsStillOut) {
       },
       [](const TrafficResult& result) {
         for (const DirectionResult& direction : result.streams[0].directions) {
-          // A machine that stands still makes outages of its own, which may be longer.
-          EXPECT_TRUE(direction.still_out || !is_calm(result));
+          EXPECT_TRUE(direction.still_out);
           EXPECT_GE(to_ms(direction.outage_ns), 60);
-          EXPECT_GE(direction.lost, at_least(500, result));
+          EXPECT_GE(direction.lost, 500U);
         }
       });
 }
