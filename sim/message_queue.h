@@ -24,7 +24,7 @@ class MessageQueue {
   std::deque<QueuedMessage>::iterator find(long type);
   std::optional<QueuedMessage> take(long type);
   std::deque<QueuedMessage>::iterator end() { return messages_.end(); }
-  void erase(std::deque<QueuedMessage>::iterator message) { messages_.erase(message); }
+  void erase(const std::deque<QueuedMessage>::const_iterator& message) { messages_.erase(message); }
   size_t size() const { return messages_.size(); }
 
  private:
