@@ -48,10 +48,10 @@ void EventQueue::post_frame(uint32_t port, Frame frame) {
     return;
   }
   auto buffer = std::make_unique<PacketBuffer>();
-  static_assert(offsetof(PacketBuffer, handle) == 8 && offsetof(PacketBuffer, length) == 14);
-  buffer->handle = next_handle_++;
-  buffer->length = static_cast<uint16_t>(frame.bytes.size());
-  buffer->packet = {buffer->handle, port, std::move(frame)};
+  static_assert(offsetof(PacketHead, handle) == 8 && offsetof(PacketHead, length) == 14);
+  buffer->head.handle = next_handle_++;
+  buffer->head.length = static_cast<uint16_t>(frame.bytes.size());
+  buffer->packet = {buffer->head.handle, port, std::move(frame)};
   arrivals_.push_back({std::move(buffer), {}});
   wake_receiver();
 }
@@ -93,7 +93,7 @@ bool EventQueue::take(ERPS_EVENT_MSG_T& event) {
     event = arrival.announcement;
   } else {
     given_packet_ = std::move(arrival.packet);
-    event = {kEventClass, 0, kPacket, {}, reinterpret_cast<uintptr_t>(given_packet_.get())};
+    event = {kEventClass, 0, kPacket, {}, reinterpret_cast<uintptr_t>(&given_packet_->head)};
   }
   return true;
 }
@@ -119,12 +119,12 @@ bool EventQueue::receive(ERPS_EVENT_MSG_T& event, Task& receiver) {
 }
 
 const EventQueue::Packet* EventQueue::find_packet(uint32_t handle) const {
-  return given_packet_ != nullptr && given_packet_->handle == handle ? &given_packet_->packet
-                                                                     : nullptr;
+  return given_packet_ != nullptr && given_packet_->head.handle == handle ? &given_packet_->packet
+                                                                          : nullptr;
 }
 
 void EventQueue::release_packet(const void* packet) {
-  if (packet == nullptr || packet != given_packet_.get()) {
+  if (given_packet_ == nullptr || packet != &given_packet_->head) {
     world_.report("a packet buffer was given back twice, or never given out");
     return;
   }

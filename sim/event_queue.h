@@ -73,11 +73,14 @@ class EventQueue {
     uint16_t state = 0;
   };
   // What the module reads of a packet, as platform/packet_buffer.h lays it out.
-  struct PacketBuffer {
+  struct PacketHead {
     uint64_t unused = 0;
     uint32_t handle = 0;
     uint16_t unused_too = 0;
     uint16_t length = 0;
+  };
+  struct PacketBuffer {
+    PacketHead head;
     Packet packet;
   };
   struct Arrival {

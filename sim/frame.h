@@ -2,8 +2,9 @@
 #pragma once
 
 #include <algorithm>
+#include <boost/container/small_vector.hpp>
 #include <cstdint>
-#include <vector>
+#include <span>
 
 #include "erps/raps/frame.h"
 #include "sim/topology.h"
@@ -11,14 +12,16 @@
 namespace erps::sim {
 
 struct Frame {
-  std::vector<uint8_t> bytes;
+  // An R-APS frame finds room without an allocation.
+  boost::container::small_vector<uint8_t, 64> bytes;
   uint32_t probe = 0;     // number of the probe that it is, or 0
   uint32_t switched = 0;  // times that a switch has passed it on
 
+  std::span<const uint8_t> view() const { return {bytes.data(), bytes.size()}; }
+
   MacAddress address_at(size_t offset) const {
     MacAddress address{};
-    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), address.size(),
-                address.begin());
+    std::copy_n(bytes.data() + offset, address.size(), address.begin());
     return address;
   }
 
@@ -47,7 +50,7 @@ struct Frame {
   uint32_t raps_pdu() const {
     if (bytes.size() < raps::kUntaggedLength ||
         !std::equal(std::begin(raps::kDestinationPrefix), std::end(raps::kDestinationPrefix),
-                    bytes.begin())) {
+                    bytes.data())) {
       return 0;
     }
     if (has_ether_type(raps::kTaggedPdu)) {

@@ -141,7 +141,7 @@ void Node::on_frame(uint32_t port, Frame frame) {
   const bool is_raps = frame.is_raps();
   if (is_raps) {
     for (Observer* observer : world.observers) {
-      observer->on_reception(world.now_us(), index, port, frame.bytes);
+      observer->on_reception(world.now_us(), index, port, frame.view());
     }
   }
   if (captures_ && is_raps) {
@@ -224,7 +224,7 @@ bool Node::transmit(uint32_t port, const uint8_t* bytes, size_t length) {
     world.record(index, RecordKind::kFrameSent, port, frame.raps_summary(), frame.raps_node());
   }
   for (Observer* observer : world.observers) {
-    observer->on_transmission(world.now_us(), index, port, frame.bytes);
+    observer->on_transmission(world.now_us(), index, port, frame.view());
   }
   network_.send(index, port, frame);
   return true;

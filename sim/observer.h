@@ -1,8 +1,9 @@
 // Who watches a simulation. Observers change nothing in it.
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <string>
-#include <vector>
 
 #include "sim/forwarding.h"
 #include "sim/trace.h"
@@ -15,10 +16,10 @@ class Observer {
   virtual void on_record(const Record& /*record*/) {}
   // A module hands a frame to its switch, whatever it takes it for.
   virtual void on_transmission(int64_t /*time_us*/, NodeIndex /*node*/, uint32_t /*port*/,
-                               const std::vector<uint8_t>& /*bytes*/) {}
+                               std::span<const uint8_t> /*bytes*/) {}
   // An R-APS frame arrives at a node, whatever becomes of it there.
   virtual void on_reception(int64_t /*time_us*/, NodeIndex /*node*/, uint32_t /*port*/,
-                            const std::vector<uint8_t>& /*bytes*/) {}
+                            std::span<const uint8_t> /*bytes*/) {}
   // A node's protocol task is done with an event and about to take the next one.
   virtual void on_event_done(int64_t /*time_us*/, NodeIndex /*node*/) {}
   // At the end of every instant in which a port, a link or a node changed what it forwards.

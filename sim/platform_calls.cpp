@@ -82,9 +82,9 @@ int adp_receive_frame(uint32_t handle, uint8_t* frame, uint16_t capacity, uint16
   if (packet == nullptr) {
     return kFailed;
   }
-  const auto& bytes = packet->frame.bytes;
+  const std::span<const uint8_t> bytes = packet->frame.view();
   *length = static_cast<uint16_t>(std::min<size_t>(bytes.size(), capacity));
-  std::copy_n(bytes.begin(), *length, frame);
+  std::copy_n(bytes.data(), *length, frame);
   constexpr size_t kTci = erps::raps::kTciOffset;
   *vlan = static_cast<uint16_t>((bytes[kTci] << 8U | bytes[kTci + 1]) & 0x0FFF);
   *ingress_port = packet->port;

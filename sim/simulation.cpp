@@ -129,9 +129,9 @@ std::optional<RingStatus> Simulation::ring_status(NodeIndex node, uint32_t ring)
   return reply.accepted() ? std::optional(parse_ring(reply.data)) : std::nullopt;
 }
 
-void Simulation::inject(const LinkEnd& port, std::vector<uint8_t> bytes) {
+void Simulation::inject(const LinkEnd& port, std::span<const uint8_t> bytes) {
   Frame frame;
-  frame.bytes = std::move(bytes);
+  frame.bytes.assign(bytes.begin(), bytes.end());
   if (powered(port.node)) {
     nodes_[port.node]->on_frame(port.port, std::move(frame));
   }

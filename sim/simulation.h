@@ -18,6 +18,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -107,7 +108,7 @@ class Simulation {
   uint32_t send_probe(NodeIndex from, std::optional<NodeIndex> to);
 
   // A frame from outside of the network arrives at a port, whatever its link is doing.
-  void inject(const LinkEnd& port, std::vector<uint8_t> bytes);
+  void inject(const LinkEnd& port, std::span<const uint8_t> bytes);
 
   // As it is now.
   const Topology& topology() const { return topology_; }

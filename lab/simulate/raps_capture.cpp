@@ -35,8 +35,10 @@ void RapsCapture::write(const Passing& frame, NodeIndex node, uint32_t port) {
   constexpr int64_t kNsPerUs = 1000;
   const auto interface = nodes_[node].interfaces.find(port);
   if (interface != nodes_[node].interfaces.end()) {
-    nodes_[node].file->write(
-        {interface->second, frame.time_us * kNsPerUs, frame.outgoing, frame.bytes});
+    nodes_[node].file->write({interface->second,
+                              frame.time_us * kNsPerUs,
+                              frame.outgoing,
+                              {frame.bytes.begin(), frame.bytes.end()}});
   }
 }
 

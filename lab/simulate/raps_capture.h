@@ -6,6 +6,7 @@
 
 #include <map>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "lab/pcapng_file.h"
@@ -20,11 +21,11 @@ class RapsCapture final : public sim::Observer {
   RapsCapture(const Topology& topology, int directory);
 
   void on_transmission(int64_t time_us, NodeIndex node, uint32_t port,
-                       const std::vector<uint8_t>& bytes) override {
+                       std::span<const uint8_t> bytes) override {
     write({time_us, true, bytes}, node, port);
   }
   void on_reception(int64_t time_us, NodeIndex node, uint32_t port,
-                    const std::vector<uint8_t>& bytes) override {
+                    std::span<const uint8_t> bytes) override {
     write({time_us, false, bytes}, node, port);
   }
 
@@ -32,7 +33,7 @@ class RapsCapture final : public sim::Observer {
   struct Passing {
     int64_t time_us;
     bool outgoing;
-    const std::vector<uint8_t>& bytes;
+    std::span<const uint8_t> bytes;
   };
 
   void write(const Passing& frame, NodeIndex node, uint32_t port);

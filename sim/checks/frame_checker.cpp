@@ -9,7 +9,7 @@ namespace erps::sim {
 
 namespace {
 
-std::string hexadecimal(const std::vector<uint8_t>& bytes) {
+std::string hexadecimal(std::span<const uint8_t> bytes) {
   constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
   for (const uint8_t byte : bytes) {
@@ -27,7 +27,7 @@ FrameChecker::FrameChecker(const Topology& topology)
       marked_(2 * topology.nodes.size()) {}
 
 void FrameChecker::on_transmission(int64_t time_us, NodeIndex node, uint32_t port,
-                                   const std::vector<uint8_t>& bytes) {
+                                   std::span<const uint8_t> bytes) {
   const FrameFault fault = dissect(bytes);
   if (fault == FrameFault::kNone) {
     return;

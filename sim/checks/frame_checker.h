@@ -4,6 +4,8 @@
 // named where the network has sub-rings.
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <vector>
 
 #include "sim/checks/checker.h"
@@ -17,7 +19,7 @@ class FrameChecker final : public Checker, public Observer {
   explicit FrameChecker(const Topology& topology);
 
   void on_transmission(int64_t time_us, NodeIndex node, uint32_t port,
-                       const std::vector<uint8_t>& bytes) override;
+                       std::span<const uint8_t> bytes) override;
   void collect(int64_t now_us, std::vector<Finding>& findings) override;
 
  private:

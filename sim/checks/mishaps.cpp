@@ -111,7 +111,7 @@ void Mishaps::on_record(const Record& record) {
 
 // What a node without its module does not pass on is missed by whom it concerns.
 void Mishaps::on_reception(int64_t time_us, NodeIndex node, uint32_t /*port*/,
-                           const std::vector<uint8_t>& bytes) {
+                           std::span<const uint8_t> bytes) {
   constexpr size_t kRingOctet = 5;
   constexpr size_t kRequestOctet = 22;
   constexpr size_t kNodeIdEndOctet = 28;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -29,7 +30,7 @@ class Mishaps final : public Observer, public StepListener {
 
   void on_record(const Record& record) override;
   void on_reception(int64_t time_us, NodeIndex node, uint32_t port,
-                    const std::vector<uint8_t>& bytes) override;
+                    std::span<const uint8_t> bytes) override;
   void on_forwarding(int64_t time_us, const Forwarding& forwarding) override;
   void on_step(const Step& step) override;
 

@@ -22,22 +22,22 @@ constexpr std::array<uint8_t, 5> kRapsGroup{0x01, 0x19, 0xA7, 0x00, 0x00};
 constexpr unsigned kLastRingId = 239;
 constexpr unsigned kLastVlan = 4094;
 
-unsigned word(const std::vector<uint8_t>& frame, size_t at) {
+unsigned word(std::span<const uint8_t> frame, size_t at) {
   return unsigned{frame[at]} << 8U | frame[at + 1];
 }
 
-bool is_zero(const std::vector<uint8_t>& frame, size_t from, size_t to) {
+bool is_zero(std::span<const uint8_t> frame, size_t from, size_t to) {
   return std::all_of(frame.begin() + static_cast<std::ptrdiff_t>(from),
                      frame.begin() + static_cast<std::ptrdiff_t>(to),
                      [](uint8_t byte) { return byte == 0; });
 }
 
 // An address of one station.
-bool is_station(const std::vector<uint8_t>& frame, size_t at) {
+bool is_station(std::span<const uint8_t> frame, size_t at) {
   return (frame[at] & 1U) == 0 && !is_zero(frame, at, at + 6);
 }
 
-FrameFault dissect_addresses(const std::vector<uint8_t>& frame) {
+FrameFault dissect_addresses(std::span<const uint8_t> frame) {
   if (!std::equal(kRapsGroup.begin(), kRapsGroup.end(), frame.begin())) {
     return FrameFault::kDestination;
   }
@@ -47,7 +47,7 @@ FrameFault dissect_addresses(const std::vector<uint8_t>& frame) {
   return is_station(frame, 6) ? FrameFault::kNone : FrameFault::kSource;
 }
 
-FrameFault dissect_header(const std::vector<uint8_t>& frame, size_t pdu) {
+FrameFault dissect_header(std::span<const uint8_t> frame, size_t pdu) {
   // Bits 1 to 5 are the version: 1 since 2010; the level above them may be any.
   if ((frame[pdu] & 0x1FU) != 1) {
     return FrameFault::kVersion;
@@ -62,7 +62,7 @@ FrameFault dissect_header(const std::vector<uint8_t>& frame, size_t pdu) {
   return frame[pdu + 3] == kInformation ? FrameFault::kNone : FrameFault::kTlvOffset;
 }
 
-FrameFault dissect_information(const std::vector<uint8_t>& frame, size_t information) {
+FrameFault dissect_information(std::span<const uint8_t> frame, size_t information) {
   constexpr unsigned kNr = 0x0;
   constexpr unsigned kMs = 0x7;
   constexpr unsigned kSf = 0xB;
@@ -101,7 +101,7 @@ FrameFault dissect_information(const std::vector<uint8_t>& frame, size_t informa
 
 }  // namespace
 
-FrameFault dissect(const std::vector<uint8_t>& frame) {
+FrameFault dissect(std::span<const uint8_t> frame) {
   constexpr unsigned kTpid = 0x8100;
   constexpr unsigned kCfm = 0x8902;
   if (frame.size() < kAddresses + kType + kPdu) {

@@ -3,7 +3,7 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+#include <span>
 
 namespace erps::sim {
 
@@ -31,7 +31,7 @@ enum class FrameFault {
 };
 
 // The first thing that is wrong, in the order of the octets; a mark only where nothing else is.
-FrameFault dissect(const std::vector<uint8_t>& frame);
+FrameFault dissect(std::span<const uint8_t> frame);
 const char* text_of(FrameFault fault);
 
 }  // namespace erps::sim

@@ -48,7 +48,8 @@ std::string Model::link_text(LinkIndex link) const {
 
 std::string Model::frame_text(FrameId id) const {
   Frame frame;
-  frame.bytes = channels_.frame(id);
+  const auto& kept = channels_.frame(id);
+  frame.bytes.assign(kept.begin(), kept.end());
   if (!frame.is_raps()) {
     return "a frame";
   }

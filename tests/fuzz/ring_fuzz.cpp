@@ -180,7 +180,7 @@ class RingSession {
     std::vector<uint8_t> frame(raps::kTaggedLength);
     frame.resize(raps::build(message, frame.data()));
     const uint8_t where = input_.byte();
-    simulation_.inject({where % kNodes, 1 + (where >> 4) % 2U}, std::move(frame));
+    simulation_.inject({where % kNodes, 1 + (where >> 4) % 2U}, frame);
   }
 
   // Management may ask for anything, sensible or not.
