@@ -11,8 +11,6 @@ namespace {
 
 // Calls to the platform that handling an event makes at most, or very nearly so.
 constexpr int64_t kCallsPerEvent = 40;
-constexpr int64_t kTickUs = kSecondUs;
-constexpr int64_t kRepetitionUs = 5 * kSecondUs;
 
 }  // namespace
 

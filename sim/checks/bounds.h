@@ -8,6 +8,10 @@
 
 namespace erps::sim {
 
+// The module looks at its timers once a tick, and repeats its messages.
+inline constexpr int64_t kTickUs = 1'000'000;
+inline constexpr int64_t kRepetitionUs = 5 * kTickUs;
+
 struct Bounds {
   int64_t node_us = 0;       // a message at one node, from its arrival to its departure
   int64_t transit_us = 0;    // a message past all nodes and links

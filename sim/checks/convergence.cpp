@@ -4,6 +4,8 @@
 #include <set>
 #include <vector>
 
+#include "sim/checks/bounds.h"
+
 namespace erps::sim {
 
 namespace {
@@ -81,7 +83,6 @@ std::optional<std::string> run_until_home(Simulation& simulation, int64_t bound_
 }
 
 int64_t home_bound_us(const Topology& topology) {
-  constexpr int64_t kTickUs = kSecondUs;
   constexpr int64_t kRepeatUs = 5 * kSecondUs;
   int64_t bound = 0;
   for (const NodePlan& node : topology.nodes) {

@@ -4,6 +4,7 @@
 
 #include "sim/checks/flush_model.h"
 #include "sim/checks/reception.h"
+#include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
 #include "sim/management.h"
 #include "sim/simulation.h"
@@ -12,11 +13,6 @@ namespace erps::sim {
 
 namespace {
 
-constexpr uint32_t kSubRingRole = 2;
-constexpr uint32_t kNr = 0;
-constexpr uint32_t kMs = 7;
-constexpr uint32_t kSf = 11;
-constexpr uint32_t kEventRequest = 14;
 // Behind everything that waits at a node that is slow, or stands still for a while.
 constexpr int64_t kToldUs = 10 * kSecondUs;
 
@@ -105,9 +101,9 @@ void FlushChecker::expect_reference(const Step& step) {
     uint32_t request = 0;
     if (step.cause == Step::Cause::kCommand && step.command == mgmt::kManualSwitch &&
         before.forwarding && !after.forwarding) {
-      request = kMs;
+      request = kMsCode;
     } else if (step.cause != Step::Cause::kCommand && before.link_up != after.link_up) {
-      request = after.link_up ? kNr : kSf;
+      request = after.link_up ? kNrCode : kSfCode;
     } else {
       continue;
     }
@@ -142,7 +138,7 @@ void FlushChecker::watch_sub_ring(const Step& step) {
   // A message that the platform did not hand over leaves no trace.
   const bool was_read = known_sender(step.after->ports[0]) == sender_of(step.message);
   if (step.cause == Step::Cause::kFrame && takes_message(step) && asks_for_flush(step) &&
-      was_read && (step.message.request() == kNr || step.message.request() == kSf)) {
+      was_read && (step.message.request() == kNrCode || step.message.request() == kSfCode)) {
     const uint32_t status = step.message.summary & 0xFFFFU;
     has_news = status != news.status || step.message.node != news.node;
     news.status = status;
@@ -166,7 +162,7 @@ void FlushChecker::expect_told(const Step& step) {
     }
   }
   if (sub_rings.size() == 1 && sub_rings.front().major_ring == step.ring() &&
-      step.after->tx_request != kEventRequest) {
+      step.after->tx_request != kEventCode) {
     find(step, "no Event tells of a change in the sub-ring");
   }
 }

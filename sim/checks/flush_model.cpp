@@ -4,30 +4,21 @@
 
 #include "erps/mgmt/message.h"
 #include "sim/checks/reception.h"
+#include "sim/checks/ring_questions.h"
 
 namespace erps::sim {
 
 namespace {
 
-constexpr uint32_t kSubRingRole = 2;
-constexpr uint32_t kNr = 0;
 constexpr uint32_t kBprBit = 0x20;
 
 bool is(uint32_t state, RingState expected) {
   return state == static_cast<uint32_t>(expected);
 }
 
-bool runs(const RingSnapshot& ring, RingRequest delay) {
-  return ring.local_priority == static_cast<uint32_t>(delay);
-}
-
 bool is_sub_ring(const RingSnapshot& ring) {
   return ring.ring_role == kSubRingRole;
 }
-bool is_owner(const RingSnapshot& ring) {
-  return (ring.node_role & 1U) != 0;
-}
-
 bool is_accepted(const RingSnapshot& ring, RingRequest request) {
   return RingModel(ring).offer(request, {});
 }
@@ -97,9 +88,9 @@ PortSet after_delay(const RingSnapshot& before, const RingSnapshot& after) {
   if (rpl_is_blocked) {
     return {};
   }
-  return runs(before, RingRequest::kWtr)   ? all_of(before)
-         : runs(before, RingRequest::kWtb) ? one_of(0)
-                                           : PortSet{};
+  return has_local(before, RingRequest::kWtr)   ? all_of(before)
+         : has_local(before, RingRequest::kWtb) ? one_of(0)
+                                                : PortSet{};
 }
 
 // Ports that a switch has blocked.
@@ -151,7 +142,7 @@ KnownSender known_sender(const PortSnapshot& port) {
 }
 
 KnownSender sender_of(const RapsMessage& message) {
-  if (message.request() == kNr && !message.rb()) {
+  if (message.request() == kNrCode && !message.rb()) {
     return {};
   }
   return {message.node, reference_of(message)};
@@ -160,7 +151,7 @@ KnownSender sender_of(const RapsMessage& message) {
 bool asks_for_flush(const Step& step) {
   const RingSnapshot& ring = *step.before;
   const RapsMessage& message = step.message;
-  if ((message.request() == kNr && !message.rb()) || message.dnf()) {
+  if ((message.request() == kNrCode && !message.rb()) || message.dnf()) {
     return false;
   }
   const size_t place = place_of(ring, step.port);

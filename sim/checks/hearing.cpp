@@ -8,15 +8,8 @@ namespace erps::sim {
 
 namespace {
 
-constexpr uint32_t kCut = 1;
-constexpr uint32_t kWhole = 2;
-
 bool is_open(const PortSnapshot& port) {
   return port.present && port.link_up && port.forwarding;
-}
-
-bool waits(const RingSnapshot& ring) {
-  return has_local(ring, RingRequest::kWtr) || has_local(ring, RingRequest::kWtb);
 }
 
 // Failures that two nodes tell of are counted again with every repetition.

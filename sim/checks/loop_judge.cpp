@@ -6,6 +6,7 @@
 #include "sim/checks/graph.h"
 #include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
+#include "sim/checks/time_text.h"
 #include "sim/checks/watching_ends.h"
 
 namespace erps::sim {
@@ -19,10 +20,6 @@ bool opens_a_port(const RingSnapshot& before, const RingSnapshot& after) {
     }
   }
   return false;
-}
-
-bool waits(const RingSnapshot& ring) {
-  return has_local(ring, RingRequest::kWtr) || has_local(ring, RingRequest::kWtb);
 }
 
 // The owner of a sub-ring hears a manual switch, mostly of an end that joins the major ring, and
@@ -56,11 +53,6 @@ bool is_left_open(const RingSnapshot& ring, uint32_t port) {
 bool is_open_end(const RingSnapshot& ring) {
   return ring.ring_role == kSubRingRole && is(ring, RingState::kPending) && sends(ring, kNrCode) &&
          !ring.tx_rb && ring.ports[0].forwarding;
-}
-
-std::string in_milliseconds(int64_t time_us) {
-  return std::to_string(time_us / kMillisecondUs) + "." +
-         std::to_string(time_us % kMillisecondUs / 100) + " ms";
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Who comes within reach of what is repeated, and has to wait for the next time.
 #include <algorithm>
 
+#include "sim/checks/bounds.h"
 #include "sim/checks/message_questions.h"
 #include "sim/checks/mishaps.h"
 #include "sim/checks/surprises.h"
@@ -45,7 +46,6 @@ bool Mishaps::has_not_heard(NodeIndex listener, NodeIndex speaker, const RingSna
 // same before.
 bool Mishaps::has_to_hear_again(int64_t time_us, NodeIndex listener, NodeIndex speaker,
                                 const RingSnapshot& ring) const {
-  constexpr int64_t kRepetitionUs = 5 * kSecondUs;
   const Heard* last = last_heard(listener, speaker, ring.ring);
   if (listener == speaker || (last != nullptr && last->at_us >= time_us - kRepetitionUs)) {
     return false;

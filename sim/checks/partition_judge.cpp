@@ -4,6 +4,7 @@
 
 #include "sim/checks/graph.h"
 #include "sim/checks/surprises.h"
+#include "sim/checks/time_text.h"
 
 namespace erps::sim {
 
@@ -11,11 +12,6 @@ namespace {
 
 // Steps are told when the node takes its next event, at the latest with a repetition.
 constexpr int64_t kAllToldUs = 10 * kSecondUs;
-
-std::string in_milliseconds(int64_t time_us) {
-  return std::to_string(time_us / kMillisecondUs) + "." +
-         std::to_string(time_us % kMillisecondUs / 100) + " ms";
-}
 
 }  // namespace
 

@@ -1,10 +1,8 @@
 #include "sim/checks/reception.h"
 
-namespace erps::sim {
+#include "sim/checks/ring_questions.h"
 
-namespace {
-constexpr uint32_t kSubRingRole = 2;
-}  // namespace
+namespace erps::sim {
 
 bool has_port(const RingSnapshot& ring, uint32_t port) {
   return ring.ports[0].port == port ||

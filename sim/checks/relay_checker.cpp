@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "sim/checks/reception.h"
+#include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
 
 namespace erps::sim {
@@ -11,7 +12,6 @@ namespace erps::sim {
 namespace {
 
 constexpr uint32_t kOpenChannelRole = 1;
-constexpr uint32_t kSubRingRole = 2;
 
 bool carries(const PortSnapshot& port) {
   return port.link_up && port.forwarding;
@@ -29,7 +29,7 @@ std::optional<uint32_t> control_vlan_of(const Topology& topology, uint32_t ring)
   return std::nullopt;
 }
 
-bool has_ring(const NodePlan& node, uint32_t ring) {
+bool has_ring_of_octet(const NodePlan& node, uint32_t ring) {
   const auto is_it = [=](const auto& config) { return (config.ring & 0xFFU) == ring; };
   return std::any_of(node.rings.begin(), node.rings.end(), is_it) ||
          std::any_of(node.sub_rings.begin(), node.sub_rings.end(), is_it);
@@ -62,7 +62,7 @@ bool RelayChecker::has_to_pass(const Step& step, size_t in) const {
 bool RelayChecker::carries_strangers(const Step& step) const {
   const auto own = control_vlan_of(topology_, step.ring() & 0xFFU);
   return own && own == control_vlan_of(topology_, step.message.ring()) &&
-         !has_ring(topology_.nodes[step.node], step.message.ring());
+         !has_ring_of_octet(topology_.nodes[step.node], step.message.ring());
 }
 
 void RelayChecker::on_step(const Step& step) {

@@ -2,16 +2,11 @@
 
 #include <algorithm>
 
+#include "sim/checks/ring_questions.h"
+
 namespace erps::sim {
 
 namespace {
-
-constexpr uint32_t kNr = 0;
-constexpr uint32_t kMsCode = 7;
-constexpr uint32_t kSfCode = 11;
-constexpr uint32_t kFsCode = 13;
-constexpr uint32_t kCut = 1;
-constexpr uint32_t kWhole = 2;
 
 constexpr uint32_t rank(RingRequest request) {
   return static_cast<uint32_t>(request);
@@ -42,7 +37,7 @@ bool sets_local(RingRequest request, uint32_t& local) {
 
 RingRequest request_of(uint32_t raps_request, bool rb) {
   switch (raps_request) {
-    case kNr:
+    case kNrCode:
       return rb ? RingRequest::kRapsNrRb : RingRequest::kRapsNr;
     case kMsCode:
       return RingRequest::kRapsMs;
@@ -94,7 +89,7 @@ void RingModel::start(const std::array<bool, 2>& links_were_up) {
     block_rpl();
     unblock_non_rpl();
   }
-  send(kNr, false);
+  send(kNrCode, false);
   wait_to_restore();
   bool has_changed = false;  // a link, since the start
   for (size_t i = 0; i < (sub_ring() ? 1U : 2U); ++i) {
@@ -244,7 +239,7 @@ void RingModel::clear() {
   if (state() == RingState::kManual || state() == RingState::kForced) {
     if (any_blocked()) {
       guard_started = true;
-      send(kNr, false);
+      send(kNrCode, false);
       if (owner() && now.revertive) {
         wait_to_block();
       } else if (owner()) {
@@ -257,7 +252,7 @@ void RingModel::clear() {
     if (owner()) {
       stop_waiting();
       block_rpl();
-      send(kNr, true);
+      send(kNrCode, true);
       unblock_non_rpl();
     }
     enter(RingState::kIdle);
@@ -311,7 +306,7 @@ void RingModel::clear_signal_fail() {
   }
   guard_started = true;
   if (now.revertive) {
-    send(kNr, false);
+    send(kNrCode, false);
     wait_to_restore();
   }
   enter(RingState::kPending);
@@ -337,7 +332,7 @@ void RingModel::raps_manual_switch() {
   if (state() == RingState::kManual) {
     if (any_blocked()) {
       guard_started = true;
-      send(kNr, false);
+      send(kNrCode, false);
       wait_to_restore();
     }
     enter(RingState::kPending);
@@ -371,7 +366,7 @@ void RingModel::restore_block() {
   if (owner()) {
     stop_waiting();
     block_rpl();
-    send(kNr, true);
+    send(kNrCode, true);
     unblock_non_rpl();
   }
   enter(RingState::kIdle);

@@ -15,6 +15,9 @@ inline constexpr uint8_t kFsCode = 13;
 inline constexpr uint8_t kEventCode = 14;
 
 inline constexpr uint32_t kSubRingRole = 2;
+// What a sub-ring's end is told of its major ring.
+inline constexpr uint32_t kCut = 1;
+inline constexpr uint32_t kWhole = 2;
 
 inline bool is(const RingSnapshot& ring, RingState state) {
   return ring.state == static_cast<uint32_t>(state);
@@ -27,6 +30,10 @@ inline bool has_local(const RingSnapshot& ring, RingRequest request) {
 inline bool is_owner(const RingSnapshot& ring) {
   constexpr uint32_t kOwner = 1;
   return (ring.node_role & kOwner) != 0;
+}
+
+inline bool waits(const RingSnapshot& ring) {
+  return has_local(ring, RingRequest::kWtr) || has_local(ring, RingRequest::kWtb);
 }
 
 inline bool sends(const RingSnapshot& ring, uint8_t code) {

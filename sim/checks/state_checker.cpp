@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "sim/checks/reception.h"
+#include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
 #include "sim/management.h"
 #include "sim/simulation.h"
@@ -12,9 +13,6 @@
 namespace erps::sim {
 
 namespace {
-
-constexpr uint32_t kEventRequest = 14;
-constexpr uint32_t kSubRingRole = 2;
 
 void set_link(RingSnapshot& ring, uint32_t port, bool up) {
   for (size_t i = 0; i < (ring.ring_role == kSubRingRole ? 1U : 2U); ++i) {
@@ -175,7 +173,7 @@ void StateChecker::allow(const Step& step) {
     case Step::Cause::kTopologyChange: {
       outcomes_.push_back(*step.before);
       outcomes_.push_back(*step.before);
-      outcomes_.back().tx_request = kEventRequest;
+      outcomes_.back().tx_request = kEventCode;
       outcomes_.back().tx_rb = false;
       return;
     }

@@ -3,25 +3,21 @@
 #include <algorithm>
 #include <utility>
 
+#include "sim/checks/bounds.h"
 #include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
+#include "sim/checks/time_text.h"
 
 namespace erps::sim {
 
 namespace {
 
-constexpr int64_t kTickUs = kSecondUs;
-constexpr int64_t kRepetitionUs = 5 * kSecondUs;
 // What ticks and tasks are late, at the usual pace.
 constexpr int64_t kLateUs = 100 * kMillisecondUs;
 constexpr std::array<const char*, 4> kNames{"WTR", "WTB", "guard", "hold-off"};
 
 bool is_in(uint32_t state, RingState expected) {
   return state == static_cast<uint32_t>(expected);
-}
-
-bool runs(const RingSnapshot& ring, RingRequest delay) {
-  return ring.local_priority == static_cast<uint32_t>(delay);
 }
 
 // The guard starts where a node's own reason to block has gone. A clear that finds no block leaves
@@ -34,11 +30,6 @@ bool starts_guard(const Step& step) {
   return is_in(step.after->state, RingState::kPending) && step.after->guard_running &&
          (is_in(from, RingState::kProtection) || is_in(from, RingState::kManual) ||
           is_in(from, RingState::kForced));
-}
-
-std::string in_seconds(int64_t time_us) {
-  const std::string thousandths = std::to_string(1000 + time_us / kMillisecondUs % 1000);
-  return std::to_string(time_us / kSecondUs) + "." + thousandths.substr(1) + " s";
 }
 
 }  // namespace
@@ -160,8 +151,8 @@ void TimerChecker::on_step(const Step& step) {
       start(timers, kind, step.from_us);
     }
   };
-  follow(kWtr, runs(before, RingRequest::kWtr), runs(after, RingRequest::kWtr));
-  follow(kWtb, runs(before, RingRequest::kWtb), runs(after, RingRequest::kWtb));
+  follow(kWtr, has_local(before, RingRequest::kWtr), has_local(after, RingRequest::kWtr));
+  follow(kWtb, has_local(before, RingRequest::kWtb), has_local(after, RingRequest::kWtb));
   follow(kHoldoff, before.holdoff_running, after.holdoff_running);
   if (starts_guard(step)) {
     start(timers, kGuard, step.from_us);
@@ -188,9 +179,8 @@ void TimerChecker::watch_sending(const Step& step, Timers& timers) {
 void TimerChecker::on_sent(const Record& record) {
   const MacAddress& own = topology_.nodes[record.node].address;
   // An Event that is sent by itself does not start the five seconds again.
-  constexpr uint32_t kEventRequest = 14;
   const bool is_single =
-      watch_.in_event(record.node) && RapsMessage{record.a, record.b}.request() == kEventRequest;
+      watch_.in_event(record.node) && RapsMessage{record.a, record.b}.request() == kEventCode;
   if (is_single || record.b != (uint32_t{own[4]} << 8U | own[5])) {
     return;
   }
