@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <set>
+#include <span>
 
 #include "sim/checks/address_checker.h"
 #include "sim/checks/convergence.h"
@@ -11,20 +12,14 @@
 #include "sim/checks/partition_judge.h"
 #include "sim/checks/relay_checker.h"
 #include "sim/checks/state_checker.h"
+#include "sim/checks/time_text.h"
 #include "sim/checks/timer_checker.h"
 
 namespace erps::sim {
 
-namespace {
-
-std::string in_milliseconds(int64_t time_us) {
-  return std::to_string(time_us / kMillisecondUs) + "." +
-         std::to_string(time_us % kMillisecondUs / 100) + " ms";
-}
-
-}  // namespace
-
-struct Inspection::Checkers {
+// The one observer of all checkers. Which function of which checker is called is known when this is
+// compiled: of most that happens most of them want to hear nothing.
+struct Inspection::Checkers final : Observer {
   explicit Checkers(Simulation& simulation)
       : bounds(bounds_of(simulation.topology(), simulation.timing())),
         watch(simulation),
@@ -49,6 +44,34 @@ struct Inspection::Checkers {
     watch.add(loops);
   }
 
+  // In the order in which they observe: the watch tells the others.
+  template <typename Tell>
+  void each(Tell tell) {
+    const auto tell_all = [&](auto&... observers) { (tell(observers), ...); };
+    tell_all(watch, mishaps, states, frames, timers, addresses, flushes, relays, partitions, loops);
+  }
+  void on_record(const Record& record) override {
+    each([&](auto& observer) { observer.on_record(record); });
+  }
+  void on_transmission(int64_t time_us, NodeIndex node, uint32_t port,
+                       std::span<const uint8_t> bytes) override {
+    each([&](auto& observer) { observer.on_transmission(time_us, node, port, bytes); });
+  }
+  void on_reception(int64_t time_us, NodeIndex node, uint32_t port,
+                    std::span<const uint8_t> bytes) override {
+    each([&](auto& observer) { observer.on_reception(time_us, node, port, bytes); });
+  }
+  void on_event_done(int64_t time_us, NodeIndex node) override {
+    each([&](auto& observer) { observer.on_event_done(time_us, node); });
+  }
+  void on_forwarding(int64_t time_us, const Forwarding& forwarding) override {
+    each([&](auto& observer) { observer.on_forwarding(time_us, forwarding); });
+  }
+
+  std::vector<Checker*> all() {
+    return {&states, &frames, &timers, &addresses, &flushes, &relays, &partitions, &loops};
+  }
+
   const Bounds bounds;
   RingWatch watch;
   Mishaps mishaps;
@@ -61,30 +84,17 @@ struct Inspection::Checkers {
   PartitionJudge partitions;
   LoopJudge loops;
   std::vector<Finding> home;
-
-  // In the order in which they observe: the watch tells the others.
-  std::vector<Observer*> observers() {
-    return {&watch,     &mishaps, &states, &frames,     &timers,
-            &addresses, &flushes, &relays, &partitions, &loops};
-  }
-  std::vector<Checker*> all() {
-    return {&states, &frames, &timers, &addresses, &flushes, &relays, &partitions, &loops};
-  }
 };
 
 Inspection::Inspection(Simulation& simulation)
     : simulation_(simulation), checkers_(std::make_unique<Checkers>(simulation)) {
   // A module whose records cannot be found is not judged, whatever it does before they are needed.
   simulation.records(0);
-  for (Observer* observer : checkers_->observers()) {
-    simulation.observe(*observer);
-  }
+  simulation.observe(*checkers_);
 }
 
 Inspection::~Inspection() {
-  for (Observer* observer : checkers_->observers()) {
-    simulation_.stop_observing(*observer);
-  }
+  simulation_.stop_observing(*checkers_);
 }
 
 int64_t Inspection::home_bound_us() const {
