@@ -84,10 +84,11 @@ bool IdleTicks::take_turn() {
 bool IdleTicks::loses_processor_before(TickCall call) {
   next_ = call;
   const int64_t lost_us = node_.pace.preemption_us();
-  if (lost_us != 0) {
-    task_.wake_after(lost_us);
+  if (lost_us == 0 || task_.pass_alone(lost_us)) {
+    return false;
   }
-  return lost_us != 0;
+  task_.wake_after(lost_us);
+  return true;
 }
 
 bool IdleTicks::begin() {
@@ -98,10 +99,9 @@ bool IdleTicks::begin() {
 }
 
 bool IdleTicks::lock() {
-  if (!is_as_it_was() || !node_.locks.is_free(mutex_)) {
+  if (!is_as_it_was() || !node_.locks.try_lock(mutex_, task_)) {
     return false;
   }
-  node_.locks.lock(mutex_, task_);
   if (!asks_clock_) {
     return loses_processor_before(TickCall::kUnlock) || unlock();
   }

@@ -1,13 +1,8 @@
 #include "sim/locks.h"
 
-#include "sim/race_detector.h"
-
 namespace erps::sim {
 
-Locks::Mutex& Locks::find(const void* address) {
-  if (last_ != nullptr && last_->address == address) {
-    return *last_;
-  }
+Locks::Mutex& Locks::find_another(const void* address) {
   for (Mutex& mutex : mutexes_) {
     if (mutex.address == address) {
       last_ = &mutex;
@@ -34,8 +29,7 @@ void Locks::lock(const void* address, Task& task) {
     task.wait();
     std::erase(mutex.waiting, &task);
   }
-  mutex.owner = &task;
-  races::acquire(&mutex);
+  take(mutex, task);
 }
 
 void Locks::unlock(const void* address, Task& task) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "sim/pace.h"
+#include "sim/race_detector.h"
 #include "sim/world.h"
 
 namespace erps::sim {
@@ -15,7 +16,15 @@ class Locks {
  public:
   Locks(World& world, Pace& pace) : world_(world), pace_(pace) {}
 
-  bool is_free(const void* mutex) { return find(mutex).owner == nullptr; }
+  // False when somebody holds it; nothing has happened then.
+  bool try_lock(const void* mutex, Task& task) {
+    Mutex& found = find(mutex);
+    if (found.owner != nullptr) {
+      return false;
+    }
+    take(found, task);
+    return true;
+  }
   void lock(const void* mutex, Task& task);
   void unlock(const void* mutex, Task& task);
   // Reports a task that waits, or ends, with a lock held; `doing` completes the sentence.
@@ -32,7 +41,14 @@ class Locks {
     std::deque<Task*> waiting;
   };
 
-  Mutex& find(const void* address);
+  Mutex& find(const void* address) {
+    return last_ != nullptr && last_->address == address ? *last_ : find_another(address);
+  }
+  Mutex& find_another(const void* address);
+  static void take(Mutex& mutex, Task& task) {
+    mutex.owner = &task;
+    races::acquire(&mutex);
+  }
 
   World& world_;
   Pace& pace_;

@@ -40,6 +40,7 @@ void Simulation::finish_instant() {
 
 void Simulation::run_until(int64_t time_us) {
   Scheduler& scheduler = world_.scheduler;
+  world_.set_horizon(time_us);
   for (;;) {
     if (scheduler.empty() || scheduler.next_us() > now_us()) {
       finish_instant();

@@ -24,6 +24,14 @@ void Task::abandon() {
   fiber_.reset();
 }
 
+bool Task::pass_alone(int64_t delay_us) {
+  if (!node_.world.pass_alone(delay_us)) {
+    return false;
+  }
+  ++generation_;
+  return true;
+}
+
 void Task::wait() {
   waiting_ = true;
   fiber_->suspend();

@@ -45,9 +45,14 @@ class Task final : public Alarm {
   // Waits until it is woken; there may be no reason, so look again at what was waited for.
   void wait();
   void sleep(int64_t delay_us) {
-    wake_after(delay_us);
-    wait();
+    if (!pass_alone(delay_us)) {
+      wake_after(delay_us);
+      wait();
+    }
   }
+  // The same if nothing else happens meanwhile: false when it might, and nothing is done then.
+  // From anywhere in the task's turn.
+  bool pass_alone(int64_t delay_us);
 
   // Returns the state before.
   bool set_cancellable(bool cancellable) { return std::exchange(cancellable_, cancellable); }

@@ -51,6 +51,20 @@ class World {
     }
   }
 
+  // Until when the simulation is to go on for now.
+  void set_horizon(int64_t time_us) { horizon_us_ = time_us; }
+  // Lets time pass for the task that is running, if nothing else happens in it. Else nothing
+  // happens, and the task has to wait for its alarm.
+  bool pass_alone(int64_t delay_us) {
+    const int64_t until_us = now_us() + delay_us;
+    if (forwarding_touched_ || violation_ || until_us > horizon_us_ ||
+        (!scheduler.empty() && scheduler.next_us() <= until_us)) {
+      return false;
+    }
+    scheduler.skip_to(until_us);
+    return true;
+  }
+
   // What is forwarded may have changed in this instant.
   void touch_forwarding() { forwarding_touched_ = true; }
   bool take_forwarding_touched() { return std::exchange(forwarding_touched_, false); }
@@ -84,6 +98,7 @@ class World {
   uint32_t calls_to_preemption_ = 0;
   TraceHash hash_;
   bool forwarding_touched_ = true;
+  int64_t horizon_us_ = 0;
   std::optional<std::string> violation_;
 };
 
