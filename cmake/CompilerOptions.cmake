@@ -1,6 +1,7 @@
 # Warnings are errors everywhere; ERPS_SANITIZE and ERPS_COVERAGE instrument the whole tree.
 set(ERPS_SANITIZE "" CACHE STRING "address, undefined, thread, a list of them with commas, or empty")
 option(ERPS_COVERAGE "Instrument for line and branch coverage" OFF)
+option(ERPS_UNITY_BUILD "Compile the simulator as a few large sources" ON)
 option(ERPS_FUZZ "Instrument for libFuzzer and build the fuzz targets; clang only" OFF)
 
 add_library(erps_options INTERFACE)

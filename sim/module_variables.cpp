@@ -17,7 +17,7 @@ struct Segment {
   uintptr_t end = 0;
 };
 
-int look_at(dl_phdr_info* info, size_t /*size*/, void* data) {
+int find_writable(dl_phdr_info* info, size_t /*size*/, void* data) {
   auto& segment = *static_cast<Segment*>(data);
   if (info->dlpi_addr != segment.load_address) {
     return 0;
@@ -45,7 +45,7 @@ ModuleVariables variables_at(uintptr_t load_address) {
   constexpr uintptr_t kWord = sizeof(uint64_t);
   Segment segment;
   segment.load_address = load_address;
-  dl_iterate_phdr(look_at, &segment);
+  dl_iterate_phdr(find_writable, &segment);
   segment.begin = segment.begin / kWord * kWord;
   segment.end = (segment.end + kWord - 1) / kWord * kWord;
   if (segment.begin >= segment.end) {

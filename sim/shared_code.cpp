@@ -33,7 +33,7 @@ void map_again(Search& search, const ElfW(Phdr) & segment) {
   }
 }
 
-int look_at(dl_phdr_info* info, size_t /*size*/, void* data) {
+int map_code_again(dl_phdr_info* info, size_t /*size*/, void* data) {
   auto& search = *static_cast<Search*>(data);
   if (info->dlpi_addr != search.base) {
     return 0;
@@ -51,7 +51,7 @@ int look_at(dl_phdr_info* info, size_t /*size*/, void* data) {
 
 void share_code(const link_map& object, int file) {
   Search search{object.l_addr, file};
-  dl_iterate_phdr(look_at, &search);
+  dl_iterate_phdr(map_code_again, &search);
   if (search.error != 0) {
     throw SimError(std::string("cannot share the code of the module among its copies: ") +
                    std::strerror(search.error));

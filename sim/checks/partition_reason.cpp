@@ -134,11 +134,11 @@ class Inquiry {
 
   bool is_home() const {
     return !suppose_.any_ring([](const RingSnapshot& ring) {
-      constexpr uint32_t kAtRpl = 3;
+      constexpr uint32_t kOwnerOrNeighbour = 3;
       return !is(ring, RingState::kIdle) ||
              std::any_of(ring.ports.begin(), ring.ports.end(), [&](const PortSnapshot& port) {
-               const bool is_rpl =
-                   (ring.node_role & kAtRpl) != 0 && (port.rpl || ring.ring_role == kSubRingRole);
+               const bool is_rpl = (ring.node_role & kOwnerOrNeighbour) != 0 &&
+                                   (port.rpl || ring.ring_role == kSubRingRole);
                return port.present && port.forwarding == is_rpl;
              });
     });
