@@ -122,8 +122,8 @@ void Node::stall(int64_t duration_us) {
 }
 
 void Node::step_clock(int64_t delta_us) {
-  constexpr int64_t kSecondUs = 1'000'000;
-  world.record(index, RecordKind::kClockStep, 0, static_cast<uint32_t>(delta_us / kSecondUs));
+  constexpr int64_t kStepUnitUs = 1'000'000;
+  world.record(index, RecordKind::kClockStep, 0, static_cast<uint32_t>(delta_us / kStepUnitUs));
   clock.step(delta_us);
 }
 
