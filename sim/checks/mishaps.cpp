@@ -13,7 +13,8 @@ Mishaps::Mishaps(Simulation& simulation, const RingWatch& watch, int64_t repeat_
       watch_(watch),
       repeat_us_(repeat_us),
       members_(topology_.nodes.size()),
-      failed_us_(topology_.nodes.size(), -1) {}
+      failed_us_(topology_.nodes.size(), -1),
+      came_late_us_(topology_.nodes.size(), -1) {}
 
 void Mishaps::forget_before(int64_t time_us) {
   while (!mishaps_.empty() && mishaps_.front().time_us < time_us) {

@@ -96,9 +96,10 @@ class Mishaps final : public Observer, public StepListener {
   const RingWatch& watch_;
   const int64_t repeat_us_;
   std::vector<Member> members_;
-  std::vector<int64_t> failed_us_;  // by node, when a call to its platform last failed
-  int64_t connected_us_ = -1;       // when a link or a node last came
-  std::vector<bool> strands_;       // that carry frames, by 2 * link + end that they lead away from
+  std::vector<int64_t> failed_us_;     // by node, when a call to its platform last failed
+  std::vector<int64_t> came_late_us_;  // by node, when it last came to a repetition too late
+  int64_t connected_us_ = -1;          // when a link or a node last came
+  std::vector<bool> strands_;  // that carry frames, by 2 * link + end that they lead away from
   std::deque<Mishap> mishaps_;
   std::vector<RingSnapshot> rings_;  // that are looked at
 };

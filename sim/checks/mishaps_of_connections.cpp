@@ -56,8 +56,11 @@ bool Mishaps::has_to_hear_again(int64_t time_us, NodeIndex listener, NodeIndex s
 
 void Mishaps::add_who_did_not_hear(int64_t time_us, NodeIndex speaker, const RingSnapshot& ring) {
   for (NodeIndex listener = 0; listener < members_.size(); ++listener) {
-    if (has_not_heard(listener, speaker, ring) ||
-        has_to_hear_again(time_us, listener, speaker, ring)) {
+    // Once for all who speak at this time.
+    if (came_late_us_[listener] != time_us &&
+        (has_not_heard(listener, speaker, ring) ||
+         has_to_hear_again(time_us, listener, speaker, ring))) {
+      came_late_us_[listener] = time_us;
       mishaps_.push_back({time_us, surprise::kCameLate, listener, repeat_us_});
     }
   }
