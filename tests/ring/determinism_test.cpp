@@ -43,14 +43,21 @@ TEST(Determinism, TwoSimulationsSideBySideDoNotTouchEachOther) {
 }
 
 TEST(Determinism, HowFarEachRunGoesMakesNoDifference) {
-  TestNetwork whole(make_ring({.nodes = 4}), 3);
-  whole.simulation.run_until(20 * kSecondUs);
-  TestNetwork in_pieces(make_ring({.nodes = 4}), 3);
-  for (int64_t time_us = 0; time_us <= 20 * kSecondUs; time_us += 777) {
-    in_pieces.simulation.run_until(time_us);
-  }
-  in_pieces.simulation.run_until(20 * kSecondUs);
-  EXPECT_EQ(whole.simulation.trace_hash(), in_pieces.simulation.trace_hash());
+  const auto play = [](int64_t piece_us) {
+    TestNetwork network(make_ring({.nodes = 4}), 3);
+    Simulation& simulation = network.simulation;
+    simulation.at(12 * kSecondUs, [&] { simulation.cut(1); });
+    simulation.at(16 * kSecondUs, [&] { simulation.restore(1); });
+    for (int64_t time_us = 0; time_us < 20 * kSecondUs; time_us += piece_us) {
+      simulation.run_until(time_us);
+    }
+    simulation.run_until(20 * kSecondUs);
+    return simulation.trace_hash();
+  };
+  const uint64_t whole = play(20 * kSecondUs);
+  EXPECT_EQ(play(777), whole);
+  // Shorter than most times for which a task loses the processor.
+  EXPECT_EQ(play(13), whole);
 }
 
 TEST(Determinism, AnotherSeedGivesAnotherTrace) {
