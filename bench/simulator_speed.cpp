@@ -110,9 +110,7 @@ void print_table(const Arguments& arguments) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   CLI::App app("Measures the speed of the simulator", "simulator_speed");
   Arguments arguments;
   app.add_option("--nodes", arguments.nodes, "Sizes of the rings, 2 to 255")
@@ -131,11 +129,17 @@ int main(int argc, char** argv) {
   app.add_flag("--only-faults", arguments.only_faults, "No lines at rest");
   app.add_flag("--only-plain", arguments.only_plain, "No lines with checkers");
   CLI11_PARSE(app, argc, argv);
+  print_table(arguments);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    print_table(arguments);
+    return run(argc, argv);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "simulator_speed: %s\n", error.what());
     return 1;
   }
-  return 0;
 }

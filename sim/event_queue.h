@@ -43,7 +43,7 @@ class EventQueue {
   // The next event, waiting for it: false when the queue is closed. From the receiving task.
   bool receive(ERPS_EVENT_MSG_T& event, Task& receiver);
 
-  struct Packet {
+  struct Packet {  // NOLINT(bugprone-exception-escape): as Frame
     uint32_t handle = 0;
     uint32_t port = 0;
     Frame frame;

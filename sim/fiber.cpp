@@ -35,7 +35,7 @@ namespace context = boost::context::detail;
 
 constexpr size_t kPage = 4096;
 // The sanitizers and unoptimised code need several times what the module needs otherwise.
-constexpr size_t kStackBytes = 256 * 1024;
+constexpr size_t kStackBytes = size_t{256} * 1024;
 
 // Stacks are kept for the next fiber: a campaign makes millions.
 class StackPool {

@@ -11,7 +11,8 @@
 
 namespace erps::sim {
 
-struct Frame {
+// Moving it allocates nothing: what is longer than the room in place is handed over.
+struct Frame {  // NOLINT(bugprone-exception-escape)
   // An R-APS frame finds room without an allocation.
   boost::container::small_vector<uint8_t, 64> bytes;
   uint32_t probe = 0;     // number of the probe that it is, or 0

@@ -34,7 +34,8 @@ struct Tables {
 Tables read_tables(const link_map& object) {
   // The dynamic section holds addresses or offsets, as the loader likes it.
   const auto at = [&](ElfW(Addr) value) {
-    return reinterpret_cast<const void*>(value < object.l_addr ? object.l_addr + value : value);
+    const uintptr_t address = value < object.l_addr ? object.l_addr + value : value;
+    return reinterpret_cast<const void*>(address);  // NOLINT(performance-no-int-to-ptr)
   };
   Tables tables;
   for (const ElfW(Dyn)* entry = object.l_ld; entry->d_tag != DT_NULL; ++entry) {
@@ -60,6 +61,15 @@ Tables read_tables(const link_map& object) {
       default:
         break;
     }
+  }
+  if (tables.symbols == nullptr || tables.names == nullptr) {
+    throw SimError("the module has no table of its symbols");
+  }
+  if (tables.relocations == nullptr) {
+    tables.relocation_bytes = 0;
+  }
+  if (tables.jumps == nullptr) {
+    tables.jump_bytes = 0;
   }
   return tables;
 }
@@ -88,7 +98,7 @@ class WritableRelocations {
       if (header.p_type == PT_GNU_RELRO) {
         const uintptr_t start = (base_ + header.p_vaddr) & ~(page - 1);
         const uintptr_t end = (base_ + header.p_vaddr + header.p_memsz) & ~(page - 1);
-        start_ = reinterpret_cast<void*>(start);
+        start_ = reinterpret_cast<void*>(start);  // NOLINT(performance-no-int-to-ptr)
         size_ = end - start;
       }
     }
@@ -122,7 +132,8 @@ void redirect(const link_map& object, const Tables& tables, const ElfW(Rela) & r
   }
   const ElfW(Sym)& symbol = tables.symbols[ELF64_R_SYM(relocation.r_info)];
   const std::string name = tables.names + symbol.st_name;
-  auto* slot = reinterpret_cast<uintptr_t*>(object.l_addr + relocation.r_offset);
+  const uintptr_t address = object.l_addr + relocation.r_offset;
+  auto* slot = reinterpret_cast<uintptr_t*>(address);  // NOLINT(performance-no-int-to-ptr)
   if (ELF64_ST_BIND(symbol.st_info) == STB_GNU_UNIQUE) {
     throw SimError("the module shares " + name + " among all its copies in a process");
   }

@@ -92,7 +92,8 @@ RecordAddresses RecordAddresses::of(const ModuleCopy& module) {
     const ModuleSymbols symbols(module.path());
     found = offsets.emplace(module.module_path(), symbols.variable("ring_list_head").offset).first;
   }
-  return {reinterpret_cast<const void*>(module.load_address() + found->second)};
+  const uintptr_t address = module.load_address() + found->second;
+  return {reinterpret_cast<const void*>(address)};  // NOLINT(performance-no-int-to-ptr)
 }
 
 void settle_times(const RecordAddresses& addresses, uint32_t seconds, bool expiry_waits) {

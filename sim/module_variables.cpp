@@ -51,7 +51,8 @@ ModuleVariables variables_at(uintptr_t load_address) {
   if (segment.begin >= segment.end) {
     throw SimError("the variables of the module are not found in its memory");
   }
-  return {reinterpret_cast<uint64_t*>(segment.begin), (segment.end - segment.begin) / kWord};
+  auto* words = reinterpret_cast<uint64_t*>(segment.begin);  // NOLINT(performance-no-int-to-ptr)
+  return {words, (segment.end - segment.begin) / kWord};
 }
 
 }  // namespace erps::sim

@@ -26,8 +26,8 @@ void map_again(Search& search, const ElfW(Phdr) & segment) {
   if (address % page != 0 || segment.p_offset % page != 0) {
     return;
   }
-  if (mmap(reinterpret_cast<void*>(address), segment.p_filesz, PROT_READ | PROT_EXEC,
-           MAP_PRIVATE | MAP_FIXED, search.file,
+  void* code = reinterpret_cast<void*>(address);  // NOLINT(performance-no-int-to-ptr)
+  if (mmap(code, segment.p_filesz, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_FIXED, search.file,
            static_cast<off_t>(segment.p_offset)) == MAP_FAILED) {
     search.error = errno;
   }

@@ -85,7 +85,10 @@ std::string states_text(const sim::Case& of, sim::Simulation& simulation) {
   }
   std::string text;
   for (const auto& [says, who] : groups) {
-    text += (text.empty() ? "" : "; ") + who + ": " + says;
+    text += text.empty() ? "" : "; ";
+    text += who;
+    text += ": ";
+    text += says;
   }
   return text;
 }

@@ -105,7 +105,8 @@ std::string Model::step_text(const NetworkState& before, const Step& step) const
       return std::string("operator: ") + kCommandTexts.at(static_cast<size_t>(step.command)) +
              " at " + port_text(step.node, step.port);
     case StepKind::kCut:
-      return "cut " + link_text(step.link) + both_lost(2U * step.link, 2U * step.link + 1);
+      return "cut " + link_text(step.link) +
+             both_lost(2 * size_t{step.link}, 2 * size_t{step.link} + 1);
     case StepKind::kFail: {
       const size_t strand = 2U * step.link + step.end;
       const std::string loss = lost(strand, step.kept[0]);

@@ -16,7 +16,7 @@ namespace context = boost::context::detail;
 
 // Unoptimised and instrumented code needs several times what the module needs otherwise.
 constexpr size_t kPage = 4096;
-constexpr size_t kStackBytes = 256 * 1024;
+constexpr size_t kStackBytes = size_t{256} * 1024;
 
 }  // namespace
 

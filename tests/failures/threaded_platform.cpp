@@ -121,7 +121,7 @@ bool ThreadedPlatform::post_from_outside(const ERPS_EVENT_MSG_T& event) {
 }
 
 void ThreadedPlatform::drop(const ERPS_EVENT_MSG_T& event) {
-  void* payload = reinterpret_cast<void*>(event.payload);
+  void* payload = reinterpret_cast<void*>(event.payload);  // NOLINT(performance-no-int-to-ptr)
   switch (event.type) {
     case ERPS_EVENT_T_LINK_CHANGE:
       delete static_cast<LinkRecord*>(payload);
@@ -162,6 +162,7 @@ int ThreadedPlatform::receive(ERPS_EVENT_MSG_T& event) {
   event = events_.front();
   events_.pop_front();
   if (event.type == ERPS_EVENT_T_LINK_CHANGE) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
     given_link_ = reinterpret_cast<LinkRecord*>(event.payload);
   }
   return 0;

@@ -73,7 +73,8 @@ class WritableMemory {
       const uintptr_t start = first < read_only_end ? read_only_end : (first + 7) & ~uintptr_t{7};
       const uintptr_t end = (first + header.p_memsz) & ~uintptr_t{7};
       if (start < end) {
-        spans_.push_back({reinterpret_cast<uint8_t*>(start), end - start});
+        auto* bytes = reinterpret_cast<uint8_t*>(start);  // NOLINT(performance-no-int-to-ptr)
+        spans_.push_back({bytes, end - start});
       }
     }
     return 1;

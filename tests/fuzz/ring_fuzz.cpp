@@ -127,9 +127,9 @@ class RingSession {
         simulation_.send_probe(node(), std::nullopt);
         return;
       case 12:
-        return pass(input_.byte() * 100);  // within one exchange of messages
+        return pass(int64_t{input_.byte()} * 100);  // within one exchange of messages
       default:
-        return pass(input_.byte() * 20 * sim::kMillisecondUs);
+        return pass(int64_t{input_.byte()} * 20 * sim::kMillisecondUs);
     }
   }
 

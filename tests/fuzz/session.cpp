@@ -239,11 +239,11 @@ void Session::deliver(uint32_t port, std::vector<uint8_t> frame, uint16_t announ
 
 void Session::request() {
   const uint8_t command = input_.byte() % (mgmt::kCommandCount + 2);
-  const unsigned count = input_.byte() % (mgmt::kArgumentCount + 1);
+  const size_t count = input_.byte() % (mgmt::kArgumentCount + 1);
   Message message{1 + input_.byte(), {}};
   message.text.resize(offsetof(mgmt::RequestText, arg) + 4 * count);
   message.text[0] = command;
-  for (unsigned i = 0; i < count; ++i) {
+  for (size_t i = 0; i < count; ++i) {
     const uint32_t value = argument(input_);
     memcpy(&message.text[offsetof(mgmt::RequestText, arg) + 4 * i], &value, sizeof value);
   }
@@ -327,7 +327,7 @@ void Session::time_passes() {
   } else if (what == 0xEF) {
     platform_.advance_us(3600 * kSecond);  // each message is repeated 720 times
   } else {                                 // the clock is set back
-    platform_.advance_us(-(what - 0xEF) * 100 * kSecond);
+    platform_.advance_us(-int64_t{what - 0xEF} * 100 * kSecond);
   }
   erps_timer_walk();
   check_module();

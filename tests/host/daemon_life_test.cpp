@@ -119,7 +119,7 @@ std::vector<std::string> steps_in(const std::string& log) {
       what += " " + how;
     }
     if (who == "module" || who == "platform") {
-      steps.push_back(who + " " + what);
+      steps.emplace_back(who).append(" ").append(what);
     }
   }
   return steps;

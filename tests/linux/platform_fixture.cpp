@@ -235,11 +235,13 @@ void PlatformTest::TearDown() {
 void PlatformTest::build_bridge() {
   run("ip link set lo up");
   run("ip link add br0 address 02:00:00:00:00:01 type bridge mcast_snooping 0");
-  for (const std::string number : {"1", "2"}) {
+  const auto add_port = [](const std::string& number) {
     run("ip link add p" + number + " type veth peer name w" + number);
     run("ip link set p" + number + " addrgenmode none master br0 up");
     run("ip link set w" + number + " addrgenmode none up");
-  }
+  };
+  add_port("1");
+  add_port("2");
   run("ip link set br0 addrgenmode none up");
   ASSERT_TRUE(eventually([] { return device_carrier("p1") && device_carrier("p2"); }));
 }
@@ -323,7 +325,7 @@ std::optional<ERPS_EVENT_MSG_T> PlatformTest::receive(std::chrono::milliseconds 
 void PlatformTest::receive_all() {
   while (const auto event = receive(std::chrono::milliseconds(20))) {
     if (event->type == kPacketEvent) {
-      skpack_release(reinterpret_cast<void*>(event->payload));
+      skpack_release(record_of(*event));
     }
   }
 }
@@ -338,18 +340,18 @@ bool PlatformTest::send(uintptr_t type, uintptr_t payload) {
 
 uint16_t PlatformTest::link_port(const ERPS_EVENT_MSG_T& event) {
   uint16_t value = 0;
-  std::memcpy(&value, reinterpret_cast<const uint8_t*>(event.payload) + 4, sizeof value);
+  std::memcpy(&value, record_of(event) + 4, sizeof value);
   return value;
 }
 
 uint16_t PlatformTest::link_state(const ERPS_EVENT_MSG_T& event) {
   uint16_t value = 0;
-  std::memcpy(&value, reinterpret_cast<const uint8_t*>(event.payload) + 6, sizeof value);
+  std::memcpy(&value, record_of(event) + 6, sizeof value);
   return value;
 }
 
 Bytes PlatformTest::take_frame(const ERPS_EVENT_MSG_T& event, uint32_t* port, uint16_t* vlan) {
-  auto* packet = reinterpret_cast<uint8_t*>(event.payload);
+  auto* packet = record_of(event);
   uint32_t handle = 0;
   uint16_t announced = 0;
   std::memcpy(&handle, packet + 8, sizeof handle);
@@ -387,7 +389,7 @@ Pump::Pump(void* queue)
           if (event.type == kLinkEvent) {
             ++link_events_;
           } else if (event.type == kPacketEvent) {
-            skpack_release(reinterpret_cast<void*>(event.payload));
+            skpack_release(record_of(event));
           }
         }
       }) {}

@@ -32,6 +32,11 @@ inline constexpr uintptr_t kTimeoutEvent = 9999;  // posted by the test itself
 
 using Bytes = std::vector<uint8_t>;
 
+// What an event of a link or a packet points at.
+inline uint8_t* record_of(const ERPS_EVENT_MSG_T& event) {
+  return reinterpret_cast<uint8_t*>(event.payload);  // NOLINT(performance-no-int-to-ptr)
+}
+
 // Runs a command to its end; its failure fails the test with the command's words.
 void run(const std::string& command);
 // What a command prints.

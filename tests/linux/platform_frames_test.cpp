@@ -245,7 +245,7 @@ TEST_F(FramesTest, FetchingWritesNoMoreThanTheCapacity) {
   const auto event = receive();
   ASSERT_TRUE(event);
   uint32_t handle = 0;
-  std::memcpy(&handle, reinterpret_cast<const uint8_t*>(event->payload) + 8, sizeof handle);
+  std::memcpy(&handle, record_of(*event) + 8, sizeof handle);
   Bytes buffer(100, 0xEE);
   uint16_t length = 7;
   uint16_t vlan = 7;
@@ -258,7 +258,7 @@ TEST_F(FramesTest, FetchingWritesNoMoreThanTheCapacity) {
   EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + 20), Bytes(frame.begin(), frame.begin() + 20));
   EXPECT_EQ(Bytes(buffer.begin() + 20, buffer.end()), Bytes(80, 0xEE));
 
-  auto* packet = reinterpret_cast<void*>(event->payload);
+  auto* packet = record_of(*event);
   skpack_release(packet);
   EXPECT_NE(adp_receive_frame(handle, buffer.data(), 100, &length, &vlan, &ingress), 0);
   skpack_release(packet);  // refused, not fatal
@@ -291,7 +291,7 @@ TEST_F(FramesTest, PacketsThatAreNotGivenBackCostFramesNotMemory) {
     if (!event) {
       break;
     }
-    kept.push_back(reinterpret_cast<void*>(event->payload));
+    kept.push_back(record_of(*event));
   }
   EXPECT_LT(kept.size(), 400u);
   EXPECT_GT(port(1).frames_dropped, 0u);
@@ -316,7 +316,7 @@ TEST_F(FramesTest, StormIsBoundedByTheKernelAndRefusedHere) {
   }
   size_t heard = 0;
   while (const auto event = receive(std::chrono::milliseconds(30))) {
-    skpack_release(reinterpret_cast<void*>(event->payload));
+    skpack_release(record_of(*event));
     ++heard;
   }
   const std::chrono::duration<double> lasted = std::chrono::steady_clock::now() - started;

@@ -73,7 +73,7 @@ TEST_F(HistoryTest, JournalTellsWhatHappenedWhenAndWhy) {
   ASSERT_EQ(adp_set_port_erps_state(2, 4), 0);
   ASSERT_EQ(adp_del_mac_addr_by_intf(2, 2), 0);
   ASSERT_EQ(adp_transmit_frame(answer.data(), static_cast<uint16_t>(answer.size()), 0, 1, 3), 0);
-  skpack_release(reinterpret_cast<void*>(packet->payload));
+  skpack_release(record_of(*packet));
   set_up("w1", false);
   ASSERT_TRUE(receive());
   stop();

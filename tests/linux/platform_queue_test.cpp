@@ -83,7 +83,7 @@ TEST_F(QueueTest, StormOfFramesDelaysNoLinkChange) {
   for (int i = 0; i < 100; ++i) {
     const auto event = receive();
     ASSERT_TRUE(event && event->type == kPacketEvent);
-    skpack_release(reinterpret_cast<void*>(event->payload));
+    skpack_release(record_of(*event));
   }
   set_up("w1", false);
   ASSERT_TRUE(eventually([] { return !device_carrier("p1"); }));
@@ -109,7 +109,7 @@ TEST_F(QueueTest, CommandsGetThroughAStormOfFrames) {
     ASSERT_TRUE(event);
     seen = event->type == 4;
     if (event->type == kPacketEvent) {
-      skpack_release(reinterpret_cast<void*>(event->payload));
+      skpack_release(record_of(*event));
     }
   }
   EXPECT_TRUE(seen);

@@ -12,7 +12,6 @@ namespace erps::sim {
 
 namespace {
 
-using testing::AllOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;

@@ -104,7 +104,7 @@ class SplitRing : public testing::Test {
         now.rings[node].clear();
       }
     }
-    const PartitionReason found = reason_of(topology, now);
+    PartitionReason found = reason_of(topology, now);
     now.rings = rings;
     return found;
   }

@@ -11,7 +11,6 @@
 namespace erps::test {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 constexpr RingSpec kTwiceTheSamePort = {.port0 = 1, .port1 = 1};
