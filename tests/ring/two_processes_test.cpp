@@ -29,8 +29,8 @@ TEST(TwoProcesses, GiveTheSameTracesAtDifferentAddresses) {
   int randomised = 0;
   std::ifstream("/proc/sys/kernel/randomize_va_space") >> randomised;
   if (randomised != 2) {
-    GTEST_SKIP() << "address randomisation is off (kernel.randomize_va_space = " << randomised
-                 << "), so two processes would show nothing";
+    GTEST_SKIP() << "NOT TESTED: address randomisation is off (kernel.randomize_va_space = "
+                 << randomised << "), so two processes would show nothing";
   }
   const Traces one = run();
   const Traces other = run();
