@@ -264,6 +264,9 @@ void Runner::collect_events(StepReport& report) {
         report.events[node].push_back(std::move(event));
       }
     }
+    // A daemon records what takes its time when it is done, with the time at which it began.
+    std::stable_sort(report.events[node].begin(), report.events[node].end(),
+                     [](const NodeEvent& a, const NodeEvent& b) { return a.mono_ns < b.mono_ns; });
   }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -133,6 +134,19 @@ TEST_F(RingRun, TellsWhatEachNodeDid) {
   EXPECT_TRUE(did(step(2), "n2", "link-up", "n2-n3"));
   EXPECT_TRUE(did(step(2), "n1", "blocked", "n4-n1"));
   EXPECT_TRUE(did(step(2), "n1", "raps-sent", "", "NR,RB"));
+}
+
+TEST_F(RingRun, TellsInTheOrderOfTime) {
+  for (const size_t index : {1, 2}) {
+    for (const json& node : step(index)["nodes"]) {
+      std::vector<double> times;
+      for (const json& happened : node["events"]) {
+        times.push_back(happened["ms"]);
+      }
+      EXPECT_GT(times.size(), 1u) << node;
+      EXPECT_TRUE(std::is_sorted(times.begin(), times.end())) << node;
+    }
+  }
 }
 
 TEST_F(RingRun, MeasuresBothDirectionsOfTheStream) {
