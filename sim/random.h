@@ -8,7 +8,7 @@
 
 namespace erps::sim {
 
-// Inclusive bounds.
+// Inclusive bounds; low is at most high.
 struct Range {
   int64_t low = 0;
   int64_t high = 0;
@@ -28,8 +28,9 @@ class Random {
   }
 
   int64_t in(Range range) {
-    const auto width = static_cast<uint64_t>(range.high - range.low) + 1;
-    return range.low + static_cast<int64_t>(next() % width);
+    const uint64_t width = static_cast<uint64_t>(range.high) - static_cast<uint64_t>(range.low) + 1;
+    const uint64_t drawn = width == 0 ? next() : next() % width;  // 0: all 64 bits
+    return static_cast<int64_t>(static_cast<uint64_t>(range.low) + drawn);
   }
 
   bool per_million(uint32_t chance) { return chance != 0 && next() % 1'000'000 < chance; }
