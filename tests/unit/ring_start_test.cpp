@@ -12,7 +12,6 @@
 namespace erps::test {
 namespace {
 
-using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
