@@ -1,6 +1,7 @@
 #include "erps/runtime/event_loop.h"
 
 #include <cstring>
+#include <memory>
 
 #include "erps/fsm/requests.h"
 #include "erps/link/link_state.h"
@@ -317,9 +318,9 @@ TEST_F(EventLoopTest, AddressInsideARingThatIsNoTimerOfItDoesNothing) {
   erps_timer_init(&fake, ring, nullptr);
   fake.request = REQUEST_FS;
   static_assert(sizeof fake <= kTxFrameCapacity - alignof(ERPS_TIMER_T));
-  const auto start = reinterpret_cast<uintptr_t>(ring->tx_frame);
-  auto* place = reinterpret_cast<uint8_t*>((start + alignof(ERPS_TIMER_T) - 1) &
-                                           ~uintptr_t{alignof(ERPS_TIMER_T) - 1});
+  void* place = ring->tx_frame;
+  size_t space = sizeof ring->tx_frame;
+  ASSERT_NE(std::align(alignof(ERPS_TIMER_T), sizeof fake, place, space), nullptr);
   memcpy(place, static_cast<const void*>(&fake), sizeof fake);
   platform.clear_journal();
   dispatch(3, place);

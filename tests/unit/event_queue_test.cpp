@@ -29,7 +29,7 @@ class EventQueueTest : public ModuleTest {
     const std::vector<ERPS_EVENT_MSG_T> events = platform.take_events();
     ASSERT_EQ(events.size(), 1U);
     posted.event = events[0];
-    posted.buffer = reinterpret_cast<ERPS_MSG_T*>(events[0].payload);
+    posted.buffer = static_cast<ERPS_MSG_T*>(payload_of(events[0]));
     ASSERT_NE(posted.buffer, nullptr);
   }
 };

@@ -25,7 +25,7 @@ bool carries_buffer(const ERPS_EVENT_MSG_T& event) {
 void release(const std::vector<ERPS_EVENT_MSG_T>& events) {
   for (const ERPS_EVENT_MSG_T& event : events) {
     if (carries_buffer(event)) {
-      erps_pkt_buf_free(reinterpret_cast<void*>(event.payload));
+      erps_pkt_buf_free(payload_of(event));
     }
   }
 }
@@ -160,6 +160,7 @@ void ModuleTest::handle_events() {
 std::vector<uint32_t> ModuleTest::event_types() {
   const std::vector<ERPS_EVENT_MSG_T> events = platform.take_events();
   std::vector<uint32_t> types;
+  types.reserve(events.size());
   for (const ERPS_EVENT_MSG_T& event : events) {
     types.push_back(static_cast<uint32_t>(event.type));
   }

@@ -81,12 +81,11 @@ std::vector<uint8_t> event_bytes(const ERPS_EVENT_MSG_T& message) {
   const void* behind = nullptr;
   size_t length = 0;
   if (message.type == ERPS_EVENT_T_TIMER) {
-    // NOLINTNEXTLINE(performance-no-int-to-ptr)
-    behind = reinterpret_cast<const ERPS_TIMER_T*>(message.payload)->name;
+    behind = static_cast<const ERPS_TIMER_T*>(erps::test::payload_of(message))->name;
     length = sizeof ERPS_TIMER_T::name;
   } else if (message.type == ERPS_EVENT_T_TOPO_CHANGE ||
              message.type == ERPS_EVENT_T_NOTIFY_SUB_RING) {
-    behind = reinterpret_cast<const void*>(message.payload);  // NOLINT(performance-no-int-to-ptr)
+    behind = erps::test::payload_of(message);
     length = kBufferBytes;
   }
   std::vector<uint8_t> bytes(sizeof message + length);

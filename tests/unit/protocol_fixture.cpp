@@ -54,7 +54,7 @@ std::string ProtocolTest::steps() {
 std::vector<std::string> ProtocolTest::posts() {
   std::vector<std::string> texts;
   for (const ERPS_EVENT_MSG_T& event : platform.take_events()) {
-    auto* buffer = reinterpret_cast<ERPS_MSG_T*>(event.payload);
+    auto* buffer = static_cast<ERPS_MSG_T*>(payload_of(event));
     texts.push_back(
         std::to_string(event.type) + " for ring " + std::to_string(buffer->ring_id()) +
         (event.type == ERPS_EVENT_T_NOTIFY_SUB_RING ? ": " + std::to_string(buffer->value()) : ""));

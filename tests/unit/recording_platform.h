@@ -32,6 +32,11 @@ namespace erps::test {
 
 using MacAddress = std::array<uint8_t, 6>;
 
+// What an event points to: a message buffer or a timer.
+inline void* payload_of(const ERPS_EVENT_MSG_T& event) {
+  return reinterpret_cast<void*>(event.payload);  // NOLINT(performance-no-int-to-ptr)
+}
+
 inline constexpr uint32_t kStartSeconds = 1'000'000;
 inline constexpr uint32_t kStartMicroseconds = 250'000;
 inline constexpr uint64_t kStartUs = uint64_t{kStartSeconds} * 1'000'000 + kStartMicroseconds;

@@ -12,6 +12,7 @@ class TransmitTest : public ProtocolTest {
  protected:
   static std::vector<uint32_t> ports_of(const std::vector<SentFrame>& frames) {
     std::vector<uint32_t> ports;
+    ports.reserve(frames.size());
     for (const SentFrame& frame : frames) {
       ports.push_back(frame.port);
     }

@@ -287,7 +287,7 @@ TEST_F(TransmitTest, rings_transmit_on_their_own) {
 
 TEST_F(TransmitTest, a_dump_is_sixteen_bytes_to_a_line) {
   uint8_t bytes[18];
-  for (uint8_t i = 0; i < sizeof bytes; ++i) {
+  for (size_t i = 0; i < sizeof bytes; ++i) {
     bytes[i] = static_cast<uint8_t>(0xA0 + i);
   }
   erps_printf_packet(bytes, sizeof bytes);
