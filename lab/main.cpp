@@ -17,7 +17,7 @@ int run_command_line(int argc, char** argv) {
       "Builds a network of Linux bridges, rings and hosts from a topology file, breaks its links "
       "and measures what the traffic notices."};
   app.name("erpslab");
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);  // none at all is refused below: an unknown word is named first
 
   erps::lab::RunArguments run;
   CLI::App* run_command =
@@ -81,6 +81,10 @@ int run_command_line(int argc, char** argv) {
     // A command line that makes no sense is no finding of a check.
     return app.got_subcommand(check_command) ? static_cast<int>(erps::lab::Verdict::kUnknown)
                                              : erps::lab::kMistaken;
+  }
+  if (app.get_subcommands().empty()) {
+    std::fputs("erpslab: a command is needed; see erpslab --help\n", stderr);
+    return erps::lab::kMistaken;
   }
   if (check_command->parsed()) {
     return erps::lab::command_check(check);

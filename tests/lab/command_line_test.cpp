@@ -17,7 +17,13 @@ LabResult lab(std::vector<std::string> arguments) {
 TEST(CommandLine, WithoutACommandItAsksForOne) {
   const LabResult result = lab({});
   EXPECT_EQ(result.status, 2);
-  EXPECT_NE(result.err.find("A subcommand is required"), std::string::npos) << result.err;
+  EXPECT_EQ(result.err, "erpslab: a command is needed; see erpslab --help\n");
+}
+
+TEST(CommandLine, AnUnknownCommandIsNamed) {
+  const LabResult result = lab({"frobnicate", "ring.toml"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_NE(result.err.find("frobnicate"), std::string::npos) << result.err;
 }
 
 TEST(CommandLine, AnUnknownOptionIsAMistake) {
