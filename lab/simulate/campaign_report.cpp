@@ -77,7 +77,7 @@ std::string result_text(const CaseResult& result) {
 }
 
 std::string again_command(const CaseSource& source, uint64_t number) {
-  return source.command() + " --only " + std::to_string(number);
+  return source.command_begin() + " --only " + std::to_string(number);
 }
 
 std::string failure_text(const CaseSource& source, const CaseResult& result) {

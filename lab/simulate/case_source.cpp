@@ -111,6 +111,10 @@ sim::Case CaseSource::at(uint64_t number) const {
 }
 
 std::string CaseSource::command() const {
+  return command_begin() + (plan_.random ? " --hours " + short_number(plan_.hours) : "");
+}
+
+std::string CaseSource::command_begin() const {
   std::string text = "erpslab simulate";
   text += plan_.topology != nullptr ? " " + shell_word(plan_.topology_path)
                                     : " --rings " + std::to_string(plan_.ring_nodes.low) + "-" +

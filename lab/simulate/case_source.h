@@ -35,8 +35,10 @@ class CaseSource {
   sim::Case at(uint64_t number) const;
   const CasePlan& plan() const { return plan_; }
 
-  // The command line that asks for the same cases; what there is to be done with them follows.
+  // The command line that asks for all of the cases.
   std::string command() const;
+  // One that numbers cases alike; which of them it is about, follows.
+  std::string command_begin() const;
   // What makes two plans the same but for how long they go on.
   std::string key() const;
 

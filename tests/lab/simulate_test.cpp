@@ -146,6 +146,19 @@ TEST_F(Simulate, ACampaignIsTheSameInOneProcessAndInThree) {
   EXPECT_EQ(one, with_jobs("3"));
 }
 
+TEST_F(Simulate, ACampaignsReportNamesTheCommandThatPlaysAllOfItAgain) {
+  const LabResult result =
+      simulate({"--rings", "2-4", "--faults", "random", "--seed", "14", "--hours", "1.5", "--json",
+                "--scenarios", directory_.path(), "--report", in("page.html")});
+  const json whole = json::parse(result.out);
+  const auto command = whole["command"].get<std::string>();
+  EXPECT_NE(read(in("page.html")).find("<pre>" + command + "</pre>"), std::string::npos);
+  auto words = words_of(command);
+  ASSERT_GT(words.size(), 2U) << command;
+  words.insert(words.end(), {"--json", "--scenarios", directory_.path()});
+  EXPECT_EQ(counts_of(simulate({words.begin() + 2, words.end()}).out), counts_of(result.out));
+}
+
 TEST_F(Simulate, ACampaignThatWasStoppedGoesOn) {
   const std::vector<std::string> campaign{
       "--rings", "2-6",    "--faults", "random",      "--seed",         "12", "--hours", "30",
@@ -178,7 +191,6 @@ TEST_F(Simulate, ACampaignThatWasStoppedGoesOn) {
   EXPECT_NE(other.err.find("another campaign"), std::string::npos) << other.err;
 }
 
-// A ring that is not revertive never goes idle by itself.
 TEST_F(Simulate, AFailureComesWithTheCommandThatShowsItAndASmallerScenario) {
   // A module whose WTR never ends.
   const LabResult result = simulate({ring(""), "--every-link", "--seed", "4", "--module",
