@@ -22,7 +22,11 @@ class WorkerPool {
   // Runs in a process of the pool; its answer comes back as it is.
   using Work = std::function<std::string(uint64_t job)>;
 
-  WorkerPool(size_t workers, Work work);
+  // No scenario takes as much processor time as this: what does, never ends. Time in which the
+  // machine sleeps or somebody has stopped the processes is none.
+  static constexpr int64_t kLongestJobMs = 600'000;
+
+  WorkerPool(size_t workers, Work work, int64_t longest_job_ms = kLongestJobMs);
   // Ends the processes, whatever they are doing.
   ~WorkerPool();
   WorkerPool(const WorkerPool&) = delete;
@@ -47,7 +51,7 @@ class WorkerPool {
     pid_t pid = -1;
     UniqueFd to, from;
     std::optional<uint64_t> job;
-    int64_t since_ns = 0;
+    int64_t processor_ns = 0;  // used when it got the job
     std::string received;
   };
 
@@ -58,6 +62,7 @@ class WorkerPool {
   Done bury(Worker& worker);
 
   const Work work_;
+  const int64_t longest_job_ms_;
   std::vector<Worker> workers_;
 };
 
