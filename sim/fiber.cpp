@@ -58,6 +58,7 @@ class StackPool {
 #if ERPS_ADDRESS_SANITIZER
     __asan_unpoison_memory_region(stack, kStackBytes);
 #endif
+    races::release(stack);  // for enter()
     free_.push_back(stack);
   }
 
@@ -143,6 +144,7 @@ void Fiber::enter(void* self) {
   auto* fiber = static_cast<Fiber*>(self);
   arrive_on_stack(nullptr, &fiber->outside_stack_, &fiber->outside_size_);
   fiber->started_ = true;
+  races::acquire(fiber->stack_);
   try {
     const races::OwnCode own_code;
     fiber->body_();

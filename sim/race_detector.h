@@ -56,7 +56,7 @@ inline constexpr bool kDetects = false;
 
 #endif
 
-// The simulator's code, while this lives. From a task.
+// The simulator's code, while this lives. From a task, or from outside of all.
 class OwnCode {
  public:
   OwnCode() { begin_own_code(); }

@@ -28,6 +28,7 @@
 #include "sim/node.h"
 #include "sim/observer.h"
 #include "sim/options.h"
+#include "sim/race_detector.h"
 #include "sim/topology.h"
 #include "sim/world.h"
 
@@ -141,6 +142,7 @@ class Simulation {
 
   void finish_instant();
 
+  const races::OwnCode own_code_;  // whoever looks into a module's memory from outside of all tasks
   const Topology topology_;
   World world_;
   Network network_;
