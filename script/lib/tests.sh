@@ -10,9 +10,12 @@ select=() # further arguments of ctest, such as -R REGEX
 # shellcheck disable=SC2034 # for who sources this
 sanitizers=(asan tsan)
 
-# Prints the last line, "N passed, M failed", with ", K skipped" behind it when tests could not run
-# here; true when there is nothing to mend.
+story= # of what failed
+
+# Prints once more what failed, where one looks first, and the last line, "N passed, M failed", with
+# ", K skipped" behind it when tests could not run here; true when there is nothing to mend.
 finish() {
+  [ -z "$story" ] || printf '== what failed\n%s' "$story"
   line="$passed passed, $failed failed"
   [ "$skipped" -eq 0 ] || line="$line, $skipped skipped"
   echo "$line"
@@ -21,12 +24,37 @@ finish() {
 
 count_failure() {
   echo "script/${0##*/}: $1" >&2
+  story+="$1"$'\n'
   failed=$((failed + 1))
 }
 
 # attribute FILE NAME: a number of the report's <testsuite> element.
 attribute() {
   grep -o -m1 "[[:space:]]$2=\"[0-9]*\"" "$1" | grep -o '[0-9]*'
+}
+
+# failures_of FILE: the report's tests that failed, each with the end of what it printed.
+failures_of() {
+  awk -v most=60 '
+    function tell(first, i) {
+      print name " failed:"
+      first = lines > most ? lines - most : 0
+      if (first > 0) print "    ..."
+      for (i = first; i < lines; ++i) print "    " line[i]
+    }
+    /<testcase / {
+      name = $0; sub(/.*<testcase name="/, "", name); sub(/" classname=.*/, "", name)
+      bad = /status="fail"/; inside = 0; lines = 0
+    }
+    bad && /<system-out>/ { inside = 1; sub(/.*<system-out>/, "") }
+    bad && inside {
+      text = $0; sub(/<\/system-out>.*/, "", text)
+      gsub(/&lt;/, "<", text); gsub(/&gt;/, ">", text); gsub(/&quot;/, "\"", text); gsub(/&amp;/, "\\&", text)
+      line[lines++] = text
+    }
+    bad && /<\/system-out>/ { inside = 0 }
+    bad && /<\/testcase>/ { tell() }
+  ' "$1"
 }
 
 # run_tests PRESET CTEST-ARGUMENT...
@@ -47,6 +75,7 @@ run_tests() {
   not_run=$(attribute "$report" skipped)
   not_run=$((not_run + disabled))
   failed=$((failed + failures))
+  [ "$failures" -eq 0 ] || story+=$(failures_of "$report")$'\n'
   skipped=$((skipped + not_run))
   passed=$((passed + tests - failures - not_run))
 }
