@@ -26,6 +26,10 @@ constexpr seconds kLongestCommand{20};
 constexpr double kFloodPerSecond = 100'000;
 // The machine shares its processors between the floods, four nodes and the traffic.
 constexpr double kLeastPerSecond = 50'000;
+// A run that shows nothing is done again so often.
+constexpr int kMostRuns = 4;
+// How `erpslab run` ends when nobody can tell, because this machine stood still.
+constexpr int kUndecided = 4;
 
 // Whatever n1 has to hear of the failure comes through a flood.
 constexpr const char* kScript =
@@ -47,6 +51,23 @@ struct Kind {
 
 class FrameFlood : public ::testing::Test {
  protected:
+  // A run shows nothing when the laboratory measured that this machine stood still and says that
+  // nobody can tell: then it is done again. It never passes for that, and what fails in it, fails.
+  template <typename Run>
+  void until_decided(Run run) {
+    for (int i = 0; i < kMostRuns; ++i) {
+      undecided_.clear();
+      run();
+      floods_.clear();
+      lab_.reset();
+      if (HasFailure() || undecided_.empty()) {
+        return;
+      }
+      std::printf("run %d shows nothing: %s\n", i + 1, undecided_.c_str());
+    }
+    FAIL() << "this machine never let it be told";
+  }
+
   void start(const std::string& script) {
     const std::string ring = swapped(ring_of_four(), "wtr_ms = 5000", "wtr_ms = 8000");
     const std::string path = directory_.write("ring.toml", four_nodes() + ring + script);
@@ -121,6 +142,10 @@ class FrameFlood : public ::testing::Test {
 
   void expect_held() {
     const LabResult result = lab_->wait(kLongestRun);
+    if (result.exited && result.status == kUndecided) {
+      undecided_ += result.out;
+      return;
+    }
     EXPECT_EQ(result.status, 0) << result.out << result.err;
   }
 
@@ -133,6 +158,7 @@ class FrameFlood : public ::testing::Test {
   }
 
   TemporaryDirectory directory_;
+  std::string undecided_;  // why the present run shows nothing
   std::unique_ptr<LabProcess> lab_;
   std::vector<std::unique_ptr<LabProcess>> floods_;
 };
@@ -140,14 +166,16 @@ class FrameFlood : public ::testing::Test {
 class FrameFloodOfKind : public FrameFlood, public ::testing::WithParamInterface<Kind> {};
 
 TEST_P(FrameFloodOfKind, LinkIsProtectedInTimeAndManagementAnswers) {
-  ASSERT_NO_FATAL_FAILURE(start(kScript));
-  flood(GetParam(), kLongestRun);
-  for (const char* node : {"n1", "n2", "n1"}) {
-    EXPECT_LT(time_of_answer(node).count(), 1.0) << node;
-  }
-  // A step during which the machine stood still is done again, so nobody knows when it is over.
-  ASSERT_NO_FATAL_FAILURE(await("  restore n2-n3\n"));
-  expect_held_under_the_flood();
+  until_decided([this] {
+    ASSERT_NO_FATAL_FAILURE(start(kScript));
+    flood(GetParam(), kLongestRun);
+    for (const char* node : {"n1", "n2", "n1"}) {
+      EXPECT_LT(time_of_answer(node).count(), 1.0) << node;
+    }
+    // A step during which the machine stood still is done again, so nobody knows when it is over.
+    ASSERT_NO_FATAL_FAILURE(await("  restore n2-n3\n"));
+    expect_held_under_the_flood();
+  });
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -160,30 +188,34 @@ INSTANTIATE_TEST_SUITE_P(
 
 // Nobody else tells of a switch: n2 is heard through the flood that comes with its address.
 TEST_F(FrameFlood, SwitchAtANodeWhoseAddressFloodsIsHeard) {
-  ASSERT_NO_FATAL_FAILURE(
-      start("[expect]\nduplicates = 0\n"
-            "[[step]]\nwait_ms = 2000\n"
-            "[[step]]\nforced_switch = \"n2:n2-n3\"\noutage_ms = 50\n"
-            "[[step]]\nwait_ms = 1000\n"));
-  flood({"InventedByNeighbours", "invented", kOfTheNeighbours}, kLongestRun);
-  ASSERT_NO_FATAL_FAILURE(await("  forced switch at "));
-  expect_held_under_the_flood();
+  until_decided([this] {
+    ASSERT_NO_FATAL_FAILURE(
+        start("[expect]\nduplicates = 0\n"
+              "[[step]]\nwait_ms = 2000\n"
+              "[[step]]\nforced_switch = \"n2:n2-n3\"\noutage_ms = 50\n"
+              "[[step]]\nwait_ms = 1000\n"));
+    flood({"InventedByNeighbours", "invented", kOfTheNeighbours}, kLongestRun);
+    ASSERT_NO_FATAL_FAILURE(await("  forced switch at "));
+    expect_held_under_the_flood();
+  });
 }
 
 // Messages that tell a state are believed: R-APS carries no proof of who sent it. What they cannot
 // do is open a failed link's ports or stop the traffic of a ring that protects, and what they did
 // is over with them.
 TEST_F(FrameFlood, BelievedMessagesLeaveAProtectingRingAloneAndAreOverWhenTheyEnd) {
-  ASSERT_NO_FATAL_FAILURE(
-      start("[expect]\ncut_outage_ms = 50\nduplicates = 0\n"
-            "[[step]]\ncut = \"n2-n3\"\n"
-            "[[step]]\nwait_ms = 8000\noutage_ms = 50\n"
-            "[[step]]\nrestore = \"n2-n3\"\n"));
-  ASSERT_NO_FATAL_FAILURE(await("  cut n2-n3\n"));
-  flood({"Valid", "valid", kStranger}, seconds(4));
-  EXPECT_LT(time_of_answer("n1").count(), 1.0);
-  expect_flooded();
-  expect_held();
+  until_decided([this] {
+    ASSERT_NO_FATAL_FAILURE(
+        start("[expect]\ncut_outage_ms = 50\nduplicates = 0\n"
+              "[[step]]\ncut = \"n2-n3\"\n"
+              "[[step]]\nwait_ms = 8000\noutage_ms = 50\n"
+              "[[step]]\nrestore = \"n2-n3\"\n"));
+    ASSERT_NO_FATAL_FAILURE(await("  cut n2-n3\n"));
+    flood({"Valid", "valid", kStranger}, seconds(4));
+    EXPECT_LT(time_of_answer("n1").count(), 1.0);
+    expect_flooded();
+    expect_held();
+  });
 }
 
 }  // namespace
