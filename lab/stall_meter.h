@@ -7,9 +7,10 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
 #include <thread>
 #include <vector>
+
+#include "lab/pauses.h"
 
 namespace erps::lab {
 
@@ -23,14 +24,14 @@ class StallMeter {
   StallMeter(const StallMeter&) = delete;
   StallMeter& operator=(const StallMeter&) = delete;
 
-  // The longest stall of any processor since the last call, in ns.
-  int64_t take_longest_ns() { return longest_ns_.exchange(0); }
+  // The stalls of all processors since the last call, in no order.
+  std::vector<Span> take() { return stalls_.take(); }
 
  private:
   void loop();
 
   std::atomic<bool> stopping_{false};
-  std::atomic<int64_t> longest_ns_{0};
+  PauseLog stalls_;
   std::vector<std::thread> threads_;
 };
 

@@ -87,9 +87,11 @@ void Traffic::send_due(Direction& direction, int64_t now_ns) {
     if (!direction.from->send(direction.frame.data(), direction.frame.size())) {
       ++unsent_;
     }
-    if (direction.last_sent_ns != 0 &&
-        sent_ns - direction.last_sent_ns > direction.longest_pause_ns) {
-      direction.longest_pause_ns = sent_ns - direction.last_sent_ns;
+    if (direction.last_sent_ns != 0) {
+      if (sent_ns - direction.last_sent_ns > direction.longest_pause_ns) {
+        direction.longest_pause_ns = sent_ns - direction.last_sent_ns;
+      }
+      direction.pauses.add({direction.last_sent_ns + direction.interval_ns, sent_ns});
     }
     direction.last_sent_ns = sent_ns;
   }
@@ -121,18 +123,19 @@ void Traffic::receive_all() {
 void Traffic::wait_for_calm(int64_t stall_ns, int64_t steady_ms, int64_t patience_ms) {
   const int64_t deadline_ns = mono_ns() + patience_ms * kNsPerMs;
   do {
-    stalls_.take_longest_ns();
+    stalls_.take();
     sleep_ms(steady_ms);
-  } while (stalls_.take_longest_ns() > stall_ns && mono_ns() < deadline_ns);
+  } while (longest_ns(stalls_.take()) > stall_ns && mono_ns() < deadline_ns);
 }
 
 void Traffic::begin_measurement() {
   const std::lock_guard<std::mutex> lock(mutex_);
   receive_all();
   unsent_ = 0;
-  stalls_.take_longest_ns();
+  stalls_.take();
   for (auto& direction : directions_) {
     direction->longest_pause_ns = 0;
+    direction->pauses.take();
     direction->to->take_drops();
     direction->meter.begin(direction->next_number, mono_ns());
   }
@@ -141,15 +144,19 @@ void Traffic::begin_measurement() {
 TrafficResult Traffic::end_measurement() {
   const int64_t end_ns = mono_ns();
   std::vector<uint64_t> ends;
-  std::vector<int64_t> pauses_ns;
+  std::vector<int64_t> longest_pauses_ns;
+  std::vector<std::vector<Span>> pauses;
   TrafficResult result;
   result.unsent = unsent_;
-  result.machine_stall_ns = stalls_.take_longest_ns();
+  const std::vector<Span> stalls = stalls_.take();
+  result.machine_stall_ns = longest_ns(stalls);
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (auto& direction : directions_) {
       ends.push_back(direction->next_number);
-      pauses_ns.push_back(direction->longest_pause_ns);
+      longest_pauses_ns.push_back(direction->longest_pause_ns);
+      pauses.push_back(direction->pauses.take());
+      pauses.back().insert(pauses.back().end(), stalls.begin(), stalls.end());
       direction->meter.close(end_ns);
     }
   }
@@ -170,7 +177,8 @@ TrafficResult Traffic::end_measurement() {
       }
       DirectionResult& direction = result.streams.back().directions[i % 2];
       direction = directions_[i]->meter.end(ends[i]);
-      direction.sender_pause_ns = pauses_ns[i];
+      direction.sender_pause_ns = longest_pauses_ns[i];
+      direction.pauses = merged(std::move(pauses[i]));
       result.receiver_drops += directions_[i]->to->take_drops();
     }
     return result;
