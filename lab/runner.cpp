@@ -26,12 +26,13 @@ constexpr int64_t kSteadyMs = 150;
 constexpr int64_t kCalmMs = 1000;
 // A step during which the machine stood still is done again so often, all steps of a run together
 // as well, each time when the machine has been calm for a while: what holds a virtual machine back
-// comes in bursts.
+// comes in bursts, of seconds as a rule, and some of minutes.
 constexpr size_t kMostRepeats = 8;
 constexpr size_t kMostRepeatsOfAll = 12;
 constexpr int64_t kCalmStallNs = 2 * kNsPerMs;
 constexpr int64_t kSteadyCalmMs = 2000;
-constexpr int64_t kCalmPatienceMs = 10000;
+constexpr int64_t kCalmPatienceMs = 60000;
+constexpr int64_t kCalmPatienceOfAllMs = 180000;
 
 bool can_be_undone(const Step& step) {
   return step.action == Action::kCut || step.action == Action::kRestore;
@@ -156,8 +157,15 @@ StepReport Runner::do_step(size_t index) {
       report.undecided = false;
       return report;
     }
-    traffic_->wait_for_calm(kCalmStallNs, kSteadyCalmMs, kCalmPatienceMs);
+    wait_for_calm();
   }
+}
+
+void Runner::wait_for_calm() {
+  const int64_t begun_ns = mono_ns();
+  const int64_t left_ms = kCalmPatienceOfAllMs - waited_for_calm_ms_;
+  traffic_->wait_for_calm(kCalmStallNs, kSteadyCalmMs, std::min(kCalmPatienceMs, left_ms));
+  waited_for_calm_ms_ += (mono_ns() - begun_ns) / kNsPerMs;
 }
 
 // Back to where the rings were before the step. False when that does not come about.

@@ -40,6 +40,7 @@ class Runner {
   StepReport do_step(size_t index);
   StepReport try_step(size_t index);
   bool undo_step(size_t index);
+  void wait_for_calm();
   void apply(const Step& step, StepReport& report);
   void settle(const StepOutlook& outlook, StepReport& report);
   void ask_all(const StepOutlook& outlook, std::vector<NodeReport>& nodes);
@@ -58,6 +59,7 @@ class Runner {
   std::unique_ptr<Capture> capture_;
   std::unique_ptr<Traffic> traffic_;
   size_t repeats_ = 0;  // of steps
+  int64_t waited_for_calm_ms_ = 0;
 };
 
 }  // namespace erps::lab
