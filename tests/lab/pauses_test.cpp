@@ -3,18 +3,21 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 namespace erps::lab {
 namespace {
 
-std::vector<std::pair<int64_t, int64_t>> as_pairs(const std::vector<Span>& spans) {
-  std::vector<std::pair<int64_t, int64_t>> pairs;
+using Pairs = std::vector<std::pair<int64_t, int64_t>>;
+
+Pairs as_pairs(const std::vector<Span>& spans) {
+  Pairs pairs;
+  pairs.reserve(spans.size());
   for (const Span& span : spans) {
     pairs.emplace_back(span.from_ns, span.to_ns);
   }
   return pairs;
 }
-
-using Pairs = std::vector<std::pair<int64_t, int64_t>>;
 
 TEST(Pauses, OfSeveralProcessorsAreCountedOnceWhereTheyOverlap) {
   EXPECT_EQ(as_pairs(merged({{50, 60}, {10, 30}, {20, 25}, {28, 40}, {40, 41}})),
