@@ -84,7 +84,6 @@ json traffic_json(const Topology& topology, const StepReport& report) {
                             {"outage_ms", to_ms(direction.outage_ns)},
                             {"outage_from_ms", to_ms(direction.outage_from_ns - report.fault_ns)},
                             {"still_out", direction.still_out},
-                            {"held_up_ms", to_ms(covered_ns(direction.outage(), direction.pauses))},
                             {"sender_pause_ms", to_ms(direction.sender_pause_ns)},
                             {"sent", direction.sent},
                             {"lost", direction.lost},

@@ -54,7 +54,10 @@ void StallMeter::loop() {
   while (!stopping_) {
     sleep_until_ns(next_ns);
     const int64_t now_ns = mono_ns();
-    stalls_.add({next_ns, now_ns});
+    const int64_t late_ns = now_ns - next_ns;
+    int64_t longest_ns = longest_ns_;
+    while (late_ns > longest_ns && !longest_ns_.compare_exchange_weak(longest_ns, late_ns)) {
+    }
     next_ns = now_ns + kPeriodNs;
   }
 }

@@ -7,10 +7,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <thread>
 #include <vector>
-
-#include "lab/pauses.h"
 
 namespace erps::lab {
 
@@ -24,14 +23,14 @@ class StallMeter {
   StallMeter(const StallMeter&) = delete;
   StallMeter& operator=(const StallMeter&) = delete;
 
-  // The stalls of all processors since the last call, in no order.
-  std::vector<Span> take() { return stalls_.take(); }
+  // The longest stall of any processor since the last call, in ns.
+  int64_t take_longest_ns() { return longest_ns_.exchange(0); }
 
  private:
   void loop();
 
   std::atomic<bool> stopping_{false};
-  PauseLog stalls_;
+  std::atomic<int64_t> longest_ns_{0};
   std::vector<std::thread> threads_;
 };
 

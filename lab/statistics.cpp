@@ -34,16 +34,6 @@ bool DirectionMeter::is_known(uint64_t number) const {
   return number < base_ || (number - base_ < seen_.size() && seen_[number - base_]);
 }
 
-void DirectionMeter::note_gap(const Span& gap) {
-  if (gap.length_ns() > result_.outage_ns) {
-    result_.outage_ns = gap.length_ns();
-    result_.outage_from_ns = gap.from_ns;
-  }
-  if (gap.length_ns() >= kShortestGapNs) {
-    result_.gaps.push_back(gap);
-  }
-}
-
 void DirectionMeter::arrived(uint64_t number, int64_t at_ns, int64_t sent_ns) {
   if (number > base_ + seen_.size() + kFurthestAhead) {
     return;
@@ -53,8 +43,10 @@ void DirectionMeter::arrived(uint64_t number, int64_t at_ns, int64_t sent_ns) {
   if (highest_ && number == *highest_ + 1) {
     since_ns = std::max(since_ns, sent_ns);
   }
-  if (running_ && at_ns >= begun_ns_ && since_ns < closed_ns_) {
-    note_gap({since_ns, at_ns});
+  if (running_ && at_ns - since_ns > result_.outage_ns && at_ns >= begun_ns_ &&
+      since_ns < closed_ns_) {
+    result_.outage_ns = at_ns - since_ns;
+    result_.outage_from_ns = since_ns;
   }
   last_ns_ = std::max(last_ns_, at_ns);
   if (is_known(number)) {
@@ -87,9 +79,10 @@ DirectionResult DirectionMeter::end(uint64_t end) {
   running_ = false;
   const int64_t since_ns = last_ns_ == 0 ? begun_ns_ : last_ns_;
   const bool awaited = end > first_ && !is_known(end - 1);
-  if (awaited) {
-    result_.still_out = closed_ns_ - since_ns > result_.outage_ns;
-    note_gap({since_ns, closed_ns_});
+  if (awaited && closed_ns_ - since_ns > result_.outage_ns) {
+    result_.outage_ns = closed_ns_ - since_ns;
+    result_.outage_from_ns = since_ns;
+    result_.still_out = true;
   }
   uint64_t beyond = 0;  // arrivals that belong to the next measurement
   for (uint64_t number = std::max(end, base_); number < base_ + seen_.size(); ++number) {

@@ -8,12 +8,7 @@
 #include <optional>
 #include <vector>
 
-#include "lab/pauses.h"
-
 namespace erps::lab {
-
-// Between frames of an undisturbed stream of 10,000 a second there is half of this.
-inline constexpr int64_t kShortestGapNs = 200'000;
 
 // What one fault did to one direction.
 struct DirectionResult {
@@ -28,12 +23,6 @@ struct DirectionResult {
   int64_t outage_from_ns = 0;   // when it began
   bool still_out = false;       // it lasted until the measurement ended
   int64_t sender_pause_ns = 0;  // the longest time between two frames that were sent
-  // All such times of at least kShortestGapNs, the longest one among them.
-  std::vector<Span> gaps;
-  // When this machine stood still or held the sender up, merged.
-  std::vector<Span> pauses;
-
-  Span outage() const { return {outage_from_ns, outage_from_ns + outage_ns}; }
 };
 
 class DirectionMeter {
@@ -54,7 +43,6 @@ class DirectionMeter {
 
  private:
   bool is_known(uint64_t number) const;
-  void note_gap(const Span& gap);
 
   bool running_ = false;
   uint64_t first_ = 0;

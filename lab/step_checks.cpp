@@ -112,10 +112,10 @@ Check check_outage(const Topology& topology, double limit_ms, const StepReport& 
         check.found = ms_text(to_ms(direction.outage_ns)) + " from " +
                       direction_text(topology, stream, i) +
                       (direction.still_out ? ", and still out" : "");
-        const int64_t pause_ns = covered_ns(direction.outage(), direction.pauses);
+        const int64_t pause_ns =
+            std::max(direction.sender_pause_ns, report.traffic->machine_stall_ns);
         if (!check.holds && to_ms(pause_ns) > kNotablePauseMs) {
-          check.found +=
-              "; this machine itself stood still for " + ms_text(to_ms(pause_ns)) + " of it";
+          check.found += "; this machine itself stood still for " + ms_text(to_ms(pause_ns));
         }
       }
     }
@@ -124,18 +124,6 @@ Check check_outage(const Topology& topology, double limit_ms, const StepReport& 
     check.found = "no stream has a way before and after this step";
   }
   return check;
-}
-
-// The longest gap when the time in which this machine stood still is taken off each.
-double longest_awake_ms(const DirectionResult& direction) {
-  const auto awake_ns = [&direction](const Span& gap) {
-    return gap.length_ns() - covered_ns(gap, direction.pauses);
-  };
-  int64_t longest = awake_ns(direction.outage());
-  for (const Span& gap : direction.gaps) {
-    longest = std::max(longest, awake_ns(gap));
-  }
-  return to_ms(longest);
 }
 
 Check check_count(const char* what, uint64_t limit, uint64_t found) {
@@ -172,8 +160,10 @@ bool is_undecided(const StepOutlook& outlook, const StepReport& report) {
   for (size_t stream = 0; stream < report.traffic->streams.size(); ++stream) {
     for (size_t i = 0; report.stream_judged[stream] && i < 2; ++i) {
       const DirectionResult& direction = report.traffic->streams[stream].directions[i];
+      const int64_t pause_ns =
+          std::max(direction.sender_pause_ns, report.traffic->machine_stall_ns);
       above = above || to_ms(direction.outage_ns) > *outlook.outage_ms;
-      if (direction.still_out || longest_awake_ms(direction) > *outlook.outage_ms) {
+      if (direction.still_out || to_ms(direction.outage_ns - pause_ns) > *outlook.outage_ms) {
         return false;
       }
     }

@@ -87,11 +87,9 @@ void Traffic::send_due(Direction& direction, int64_t now_ns) {
     if (!direction.from->send(direction.frame.data(), direction.frame.size())) {
       ++unsent_;
     }
-    if (direction.last_sent_ns != 0) {
-      if (sent_ns - direction.last_sent_ns > direction.longest_pause_ns) {
-        direction.longest_pause_ns = sent_ns - direction.last_sent_ns;
-      }
-      direction.pauses.add({direction.last_sent_ns + direction.interval_ns, sent_ns});
+    if (direction.last_sent_ns != 0 &&
+        sent_ns - direction.last_sent_ns > direction.longest_pause_ns) {
+      direction.longest_pause_ns = sent_ns - direction.last_sent_ns;
     }
     direction.last_sent_ns = sent_ns;
   }
@@ -123,19 +121,18 @@ void Traffic::receive_all() {
 void Traffic::wait_for_calm(int64_t stall_ns, int64_t steady_ms, int64_t patience_ms) {
   const int64_t deadline_ns = mono_ns() + patience_ms * kNsPerMs;
   do {
-    stalls_.take();
+    stalls_.take_longest_ns();
     sleep_ms(steady_ms);
-  } while (longest_ns(stalls_.take()) > stall_ns && mono_ns() < deadline_ns);
+  } while (stalls_.take_longest_ns() > stall_ns && mono_ns() < deadline_ns);
 }
 
 void Traffic::begin_measurement() {
   const std::lock_guard<std::mutex> lock(mutex_);
   receive_all();
   unsent_ = 0;
-  stalls_.take();
+  stalls_.take_longest_ns();
   for (auto& direction : directions_) {
     direction->longest_pause_ns = 0;
-    direction->pauses.take();
     direction->to->take_drops();
     direction->meter.begin(direction->next_number, mono_ns());
   }
@@ -144,19 +141,15 @@ void Traffic::begin_measurement() {
 TrafficResult Traffic::end_measurement() {
   const int64_t end_ns = mono_ns();
   std::vector<uint64_t> ends;
-  std::vector<int64_t> longest_pauses_ns;
-  std::vector<std::vector<Span>> pauses;
+  std::vector<int64_t> pauses_ns;
   TrafficResult result;
   result.unsent = unsent_;
-  const std::vector<Span> stalls = stalls_.take();
-  result.machine_stall_ns = longest_ns(stalls);
+  result.machine_stall_ns = stalls_.take_longest_ns();
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (auto& direction : directions_) {
       ends.push_back(direction->next_number);
-      longest_pauses_ns.push_back(direction->longest_pause_ns);
-      pauses.push_back(direction->pauses.take());
-      pauses.back().insert(pauses.back().end(), stalls.begin(), stalls.end());
+      pauses_ns.push_back(direction->longest_pause_ns);
       direction->meter.close(end_ns);
     }
   }
@@ -177,8 +170,7 @@ TrafficResult Traffic::end_measurement() {
       }
       DirectionResult& direction = result.streams.back().directions[i % 2];
       direction = directions_[i]->meter.end(ends[i]);
-      direction.sender_pause_ns = longest_pauses_ns[i];
-      direction.pauses = merged(std::move(pauses[i]));
+      direction.sender_pause_ns = pauses_ns[i];
       result.receiver_drops += directions_[i]->to->take_drops();
     }
     return result;

@@ -15,7 +15,6 @@
 
 #include "lab/network.h"
 #include "lab/packet_socket.h"
-#include "lab/pauses.h"
 #include "lab/stall_meter.h"
 #include "lab/statistics.h"
 #include "lab/traffic_frame.h"
@@ -30,7 +29,7 @@ struct TrafficResult {
   std::vector<StreamResult> streams;
   uint64_t receiver_drops = 0;   // frames that this machine lost behind the network
   uint64_t unsent = 0;           // frames that a host could not send
-  int64_t machine_stall_ns = 0;  // the longest time that a processor of this machine stood still
+  int64_t machine_stall_ns = 0;  // how long a processor of this machine stood still
 
   bool is_sound() const { return receiver_drops == 0 && unsent == 0; }
 };
@@ -60,7 +59,6 @@ class Traffic {
     int64_t next_ns = 0;
     std::atomic<uint64_t> next_number{0};
     std::atomic<int64_t> longest_pause_ns{0};
-    PauseLog pauses;
     int64_t last_sent_ns = 0;
     DirectionMeter meter;  // guarded by mutex_
   };

@@ -59,23 +59,6 @@ TEST_F(Meter, TheLongestOfSeveralGapsCounts) {
   EXPECT_EQ(result.lost, 5U + 20U + 5U);
 }
 
-TEST_F(Meter, EveryGapOfWhichAnOutageCouldConsistIsTold) {
-  meter_.begin(0, 0);
-  meter_.arrived(0, 10 * kMs);
-  meter_.arrived(1, 10 * kMs + kShortestGapNs - 1);
-  meter_.arrived(5, 30 * kMs);
-  meter_.arrived(6, 30 * kMs + kShortestGapNs);
-  const DirectionResult result = end(20, 40 * kMs);  // and then nothing more
-  std::vector<int64_t> lengths;
-  for (const Span& gap : result.gaps) {
-    lengths.push_back(gap.length_ns());
-  }
-  EXPECT_EQ(lengths, (std::vector<int64_t>{10 * kMs, 20 * kMs - kShortestGapNs + 1, kShortestGapNs,
-                                           10 * kMs - kShortestGapNs}));
-  meter_.begin(20, 40 * kMs);
-  EXPECT_TRUE(end(20, 41 * kMs).gaps.empty()) << "they belong to one measurement";
-}
-
 TEST_F(Meter, AGapThatSpansTheBeginCountsFromTheArrivalBefore) {
   meter_.begin(0, 0);
   arrive(0, 19);
