@@ -21,7 +21,7 @@ namespace {
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr seconds kLongestRun{400};
+constexpr seconds kLongestRun{280};
 constexpr seconds kLongestCommand{20};
 constexpr double kFloodPerSecond = 100'000;
 // The machine shares its processors between the floods, four nodes and the traffic.

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <charconv>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -201,17 +200,6 @@ bool LabProcess::all_gone(std::chrono::seconds longest) const {
     std::this_thread::sleep_for(kPoll);
   }
   return true;
-}
-
-LabResult run_until_decided(const std::vector<std::string>& arguments,
-                            std::chrono::seconds longest_each) {
-  constexpr int kUndecided = 4;
-  LabResult result = LabProcess(arguments).wait(longest_each);
-  if (result.exited && result.status == kUndecided) {
-    std::printf("shows nothing:\n%s", result.out.c_str());
-    result = LabProcess(arguments).wait(longest_each);
-  }
-  return result;
 }
 
 std::set<std::string> still_in_use(const std::set<std::string>& namespaces,

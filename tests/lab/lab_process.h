@@ -46,11 +46,6 @@ class LabProcess {
   pid_t pid_ = -1;
 };
 
-// Runs erpslab once more when it could not tell and ends in 4, as this machine stood still too
-// long. What else it says is its verdict.
-LabResult run_until_decided(const std::vector<std::string>& arguments,
-                            std::chrono::seconds longest_each);
-
 // Waits until no process of the machine is in one of these namespaces; which ones still are.
 std::set<std::string> still_in_use(const std::set<std::string>& namespaces,
                                    std::chrono::seconds longest);

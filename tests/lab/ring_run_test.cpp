@@ -15,7 +15,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::chrono::seconds kLongestRun{400};
+constexpr std::chrono::seconds kLongestRun{280};
 constexpr const char* kExpectations =
     "[expect]\ncut_outage_ms = 50\nrestore_outage_ms = 10\nduplicates = 0\n";
 constexpr const char* kCutAndRestore = "[[step]]\ncut = \"n2-n3\"\n[[step]]\nrestore = \"n2-n3\"\n";
@@ -76,10 +76,10 @@ class RingRun : public ::testing::Test {
     directory_ = std::make_unique<TemporaryDirectory>();
     const std::string path = directory_->write(
         "ring.toml", four_nodes() + ring_of_four() + kExpectations + kCutAndRestore);
-    result_ = run_until_decided(
-        {lab_path(), "run", path, "--json", "--erpsd", daemon_path(), "--module", module_path(),
-         "--pcap", directory_->path() + "/pcap", "--logs", directory_->path() + "/logs"},
-        kLongestRun);
+    LabProcess lab({lab_path(), "run", path, "--json", "--erpsd", daemon_path(), "--module",
+                    module_path(), "--pcap", directory_->path() + "/pcap", "--logs",
+                    directory_->path() + "/logs"});
+    result_ = lab.wait(kLongestRun);
     report_ = json::parse(result_.out, nullptr, false);
   }
   static void TearDownTestSuite() { directory_.reset(); }

@@ -35,9 +35,9 @@ std::set<std::string> states_after(const json& step) {
 
 TEST(SimulatedRun, HasTheStatesOfTheRealOneAfterEveryStep) {
   const std::string example = ERPS_EXAMPLES "/four-node-ring.toml";
-  const LabResult real_result = run_until_decided(
-      {lab_path(), "run", example, "--json", "--erpsd", daemon_path(), "--module", module_path()},
-      std::chrono::seconds(400));
+  LabProcess real(
+      {lab_path(), "run", example, "--json", "--erpsd", daemon_path(), "--module", module_path()});
+  const LabResult real_result = real.wait(std::chrono::seconds(400));
   ASSERT_EQ(real_result.status, 0) << real_result.err;
   LabProcess simulated(
       {lab_path(), "simulate", example, "--json", "--seed", "1", "--module", module_path()});
