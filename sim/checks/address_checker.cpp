@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <set>
 
+#include "erps/mgmt/message.h"
 #include "sim/checks/graph.h"
+#include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
 
 namespace erps::sim {
@@ -11,7 +13,8 @@ namespace erps::sim {
 AddressChecker::AddressChecker(Simulation& simulation, int64_t settled_us)
     : simulation_(simulation),
       settled_us_(settled_us),
-      flushed_us_(simulation.topology().nodes.size()) {
+      flushed_us_(simulation.topology().nodes.size()),
+      cleared_us_(simulation.topology().nodes.size()) {
   for (NodeIndex node = 0; node < simulation.topology().nodes.size(); ++node) {
     stations_.emplace(simulation.topology().nodes[node].address, node);
   }
@@ -26,10 +29,20 @@ void AddressChecker::on_record(const Record& record) {
   }
 }
 
-// The same node ID and blocked port reference as the last time, or the word not to flush.
 void AddressChecker::on_step(const Step& step) {
-  if (step.cause != Step::Cause::kFrame || step.before == nullptr ||
-      (step.before->ring & 0xFFU) != step.message.ring()) {
+  if (step.before == nullptr) {
+    return;
+  }
+  if (step.cause == Step::Cause::kFrame) {
+    on_message(step);
+  } else if (step.cause == Step::Cause::kCommand) {
+    on_clear(step);
+  }
+}
+
+// The same node ID and blocked port reference as the last time, or the word not to flush.
+void AddressChecker::on_message(const Step& step) {
+  if ((step.before->ring & 0xFFU) != step.message.ring()) {
     return;
   }
   constexpr uint32_t kBpr = 0x20;
@@ -44,9 +57,24 @@ void AddressChecker::on_step(const Step& step) {
   }
 }
 
+// In pending, that of the owner, which blocks the RPL.
+void AddressChecker::on_clear(const Step& step) {
+  if (step.command != mgmt::kClear || step.after == nullptr || !is_owner(*step.before) ||
+      !is(*step.before, RingState::kPending) || !is(*step.after, RingState::kIdle)) {
+    return;
+  }
+  for (size_t place = 0; place < step.after->ports.size(); ++place) {
+    const PortSnapshot& port = step.after->ports[place];
+    if (port.present && step.before->ports[place].forwarding && !port.forwarding) {
+      cleared_us_[step.node][port.port] = step.to_us;
+    }
+  }
+}
+
 // What is learnt once the network forwards as it does now is nobody's flush to forget. Before: a
 // node flushes the port where a message came in, and only when it is news; of two failed ports it
-// reports and flushes the first. Only what happened at the ring of the port counts.
+// reports and flushes the first; an owner that a clear takes from pending to idle flushes none.
+// Only what happened at the ring of the port counts.
 const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t seen_us) const {
   if (seen_us > since_us_ + transit_us_) {
     return "";
@@ -73,7 +101,9 @@ const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t s
       return surprise::kSecondFailure;
     }
   }
-  return "";
+  const auto cleared = cleared_us_[node].find(port);
+  const bool kept = cleared != cleared_us_[node].end() && cleared->second >= seen_us;
+  return kept ? surprise::kClearFlushesNothing : "";
 }
 
 void AddressChecker::on_forwarding(int64_t time_us, const Forwarding& forwarding) {

@@ -24,6 +24,8 @@ class AddressChecker final : public Checker, public Observer, public StepListene
   void collect(int64_t now_us, std::vector<Finding>& findings) override;
 
  private:
+  void on_message(const Step& step);
+  void on_clear(const Step& step);
   void look(int64_t now_us, FindingList& into) const;
   const char* surprise_of(NodeIndex node, uint32_t port, int64_t seen_us) const;
   // Numbers the nodes that frames reach from a node, having left it through one link.
@@ -36,6 +38,8 @@ class AddressChecker final : public Checker, public Observer, public StepListene
   std::vector<std::map<uint32_t, int64_t>> flushed_us_;  // by node and port, when last
   // By node and ring, when a message last flushed nothing, being known.
   std::map<std::pair<NodeIndex, uint32_t>, int64_t> known_us_;
+  // By node and port, when a clear while pending last blocked it.
+  std::vector<std::map<uint32_t, int64_t>> cleared_us_;
   Forwarding before_;  // as it has been since
   int64_t since_us_ = 0;
   FindingList findings_;

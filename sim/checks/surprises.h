@@ -74,6 +74,8 @@ inline constexpr char kNobodyWaits[] = "owner pending without WTR or WTB";
 inline constexpr char kOnePortFlushed[] = "flush of one port only";
 // The last node ID and blocked port reference again, or the DNF bit: no flush.
 inline constexpr char kKnownSender[] = "message of a known sender flushes nothing";
+// The owner blocks the RPL at once, and what was learnt there stays.
+inline constexpr char kClearFlushesNothing[] = "clear while pending flushes nothing";
 // A node whose first ring port has failed neither blocks nor flushes the second one when it fails;
 // the second one forwards from the instant of its return.
 inline constexpr char kSecondFailure[] = "second failure at a node changes nothing";

@@ -1,0 +1,84 @@
+// Addresses that point away from their stations: which of them a name explains.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+#include "sim/checks/surprises.h"
+#include "tests/ring/records.h"
+#include "tests/ring/test_network.h"
+#include "tests/ring/violations.h"
+
+namespace erps::sim {
+
+namespace {
+
+using testing::AllOf;
+using testing::Contains;
+using testing::Field;
+
+constexpr NodeIndex kOwner = 0;
+constexpr NodeIndex kNeighbour = 3;
+constexpr uint32_t kRplPort = 1;
+constexpr uint32_t kOtherPort = 2;
+
+// Two manual switches that met have opened the RPL, and the owner hears its neighbour there. A
+// clear blocks the RPL at once.
+class ClearWhilePending : public testing::Test {
+ protected:
+  ClearWhilePending() {
+    simulation.observe(records);
+    inspection.expect_home();
+    for (const NodeIndex node : {kOwner, kOwner + 1}) {
+      simulation.ask(node, make_request(mgmt::kManualSwitch, {kRing, kOtherPort}));
+    }
+    simulation.run_for(kSecondUs);
+    EXPECT_TRUE(simulation.port_forwards({kOwner, kRplPort}));
+    simulation.send_probe(kNeighbour, std::nullopt);
+    simulation.run_for(kSecondUs / 2);
+    for (NodeIndex node = 0; node < simulation.topology().nodes.size(); ++node) {
+      simulation.execute(node, make_request(mgmt::kClear, {kRing}));
+    }
+    inspection.expect_home();
+    simulation.run_for(kSettledUs);
+    EXPECT_FALSE(simulation.port_forwards({kOwner, kRplPort}));
+  }
+
+  bool arrives(NodeIndex from, NodeIndex to) {
+    const uint32_t probe = simulation.send_probe(from, to);
+    simulation.run_for(kSecondUs / 10);
+    return records.count([=](const Record& record) {
+      return record.kind == RecordKind::kProbe && record.node == to && record.a == probe;
+    }) != 0;
+  }
+
+  Simulation simulation{make_ring({.ring_role = 1}), options_with(1)};
+  Inspection inspection{simulation};
+  Records records;
+};
+
+}  // namespace
+
+TEST_F(ClearWhilePending, LeavesTheOwnerWithAnAddressAtTheRplUntilItsStationIsHeardFrom) {
+  EXPECT_FALSE(arrives(kOwner, kNeighbour));
+  EXPECT_TRUE(arrives(kNeighbour, kOwner));
+  EXPECT_TRUE(arrives(kOwner, kNeighbour));
+}
+
+TEST_F(ClearWhilePending, IsTheNameOfWhatTheOwnerKeeps) {
+  EXPECT_TRUE(inspection.clean()) << text_of(violations(inspection));
+  EXPECT_THAT(inspection.findings(),
+              Contains(AllOf(Field(&Finding::check, "learnt address"),
+                             Field(&Finding::surprise, surprise::kClearFlushesNothing))));
+}
+
+TEST_F(ClearWhilePending, DoesNotExplainWhatIsLearntLater) {
+  std::vector<uint8_t> frame(64);
+  std::fill_n(frame.begin(), 6, 0xFF);
+  const MacAddress& neighbour = simulation.topology().nodes[kNeighbour].address;
+  std::copy(neighbour.begin(), neighbour.end(), frame.begin() + 6);
+  simulation.inject({kOwner + 2, kRplPort}, frame);
+  simulation.run_for(30 * kSecondUs);
+  EXPECT_THAT(violations(inspection), Contains(Field(&Finding::check, "learnt address")));
+}
+
+}  // namespace erps::sim
