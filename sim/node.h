@@ -98,6 +98,8 @@ class Node final : public Station {
   bool records_are_known() const { return watch_.addresses().rings != nullptr; }
   uint64_t records_version() const { return watch_.version(); }
   std::optional<int64_t> next_expiry_us() const { return watch_.next_expiry_us(); }
+  // Whether the task that runs handles an event of the node.
+  bool handles_event() const { return handling_ != nullptr && handling_ == Task::running(); }
   // Whether nobody but the timer task is in the middle of a piece of work.
   bool module_rests() const { return waits_for_event_ && !host_in_module_; }
   // ... and the switch.
@@ -140,7 +142,6 @@ class Node final : public Station {
   void lose_module();
   void guard_ring_ports();
   bool is_ring_port(uint32_t port) const;
-  bool handles_event() const { return handling_ != nullptr && handling_ == Task::running(); }
   void open_plain_ports();
   Started* find(const erps_task_desc& description);
   void run_host();

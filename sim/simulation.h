@@ -125,6 +125,9 @@ class Simulation {
   // Another number when another task of the node's module has run than the one that ran last: as
   // long as it stays, only that one can have changed the records.
   uint64_t handovers(NodeIndex node) const { return nodes_.at(node)->handovers(); }
+  // Whether what an observer is being told of is done by the node's protocol task for its event,
+  // not by its timer task meanwhile.
+  bool handles_event(NodeIndex node) const { return nodes_.at(node)->handles_event(); }
   // How many blocks of memory a node's module has allocated and not released.
   size_t memory_blocks(NodeIndex node) const { return nodes_.at(node)->heap.blocks(); }
   const LearningSwitch& fabric(NodeIndex node) const { return nodes_.at(node)->fabric; }

@@ -18,9 +18,14 @@ namespace erps::sim {
 
 class FlushChecker final : public Checker, public Observer, public StepListener {
  public:
-  // The mishaps are watched elsewhere; none are known of without.
-  explicit FlushChecker(const Topology& topology, const Mishaps* mishaps = nullptr)
-      : topology_(topology), mishaps_(mishaps), events_(topology.nodes.size()) {}
+  // Without a simulation, all that a node sends is taken for its event's. The mishaps are watched
+  // elsewhere; none are known of without.
+  explicit FlushChecker(const Topology& topology, const Simulation* simulation = nullptr,
+                        const Mishaps* mishaps = nullptr)
+      : topology_(topology),
+        simulation_(simulation),
+        mishaps_(mishaps),
+        events_(topology.nodes.size()) {}
 
   void on_record(const Record& record) override;
   void on_step(const Step& step) override;
@@ -48,6 +53,7 @@ class FlushChecker final : public Checker, public Observer, public StepListener 
   const char* surprise_of(NodeIndex node, int64_t since_us) const;
 
   const Topology& topology_;
+  const Simulation* simulation_;
   const Mishaps* mishaps_;
   std::vector<Event> events_;                            // by node
   std::map<std::pair<NodeIndex, uint32_t>, News> news_;  // by node and sub-ring

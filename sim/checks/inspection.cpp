@@ -28,7 +28,7 @@ struct Inspection::Checkers final : Observer {
         frames(simulation.topology()),
         timers(simulation.topology(), watch, mishaps),
         addresses(simulation, bounds.repeat_us),
-        flushes(simulation.topology(), &mishaps),
+        flushes(simulation.topology(), &simulation, &mishaps),
         relays(simulation.topology(), &mishaps),
         partitions(simulation, watch, bounds, mishaps),
         loops(simulation, watch, bounds) {

@@ -57,17 +57,14 @@ void Mishaps::on_record(const Record& record) {
   switch (record.kind) {
     case RecordKind::kEvent:
       member.sent_through.clear();
-      member.event_us = record.time_us;
       break;
-    case RecordKind::kFrameSent: {
-      // A repetition comes seconds after the event.
-      constexpr int64_t kEventLastsUs = 2 * kSecondUs;
+    case RecordKind::kFrameSent:
+      // What is repeated meanwhile is not new.
       if (record.b == id_end(topology_.nodes[record.node].address) &&
-          record.time_us - member.event_us < kEventLastsUs) {
+          simulation_.handles_event(record.node)) {
         member.sent_through.push_back(record.port);
       }
       break;
-    }
     case RecordKind::kFrameReceived:
       on_received(record);
       break;

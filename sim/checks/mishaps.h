@@ -66,7 +66,6 @@ class Mishaps final : public Observer, public StepListener {
     std::vector<Said> said;
     std::vector<Heard> heard;            // in their order
     std::vector<uint32_t> sent_through;  // ports, own messages of the present event
-    int64_t event_us = 0;
     bool running = false;
     bool dead = false;          // powered, and without its module
     int64_t held_back_us = -1;  // when a message of its own was, last
