@@ -4,11 +4,21 @@
 #include <set>
 
 #include "erps/mgmt/message.h"
+#include "sim/checks/flush_model.h"
 #include "sim/checks/graph.h"
+#include "sim/checks/reception.h"
 #include "sim/checks/ring_questions.h"
 #include "sim/checks/surprises.h"
 
 namespace erps::sim {
+
+namespace {
+
+bool is_nr(const RapsMessage& message) {
+  return message.request() == kNrCode && !message.rb();
+}
+
+}  // namespace
 
 AddressChecker::AddressChecker(Simulation& simulation, int64_t settled_us)
     : simulation_(simulation),
@@ -40,19 +50,24 @@ void AddressChecker::on_step(const Step& step) {
   }
 }
 
-// The same node ID and blocked port reference as the last time, or the word not to flush.
+// The same node ID and blocked port reference as the last time, or the word not to flush; or both
+// ports had the same last time.
 void AddressChecker::on_message(const Step& step) {
-  if ((step.before->ring & 0xFFU) != step.message.ring()) {
+  const RingSnapshot& ring = *step.before;
+  if ((ring.ring & 0xFFU) != step.message.ring()) {
     return;
   }
-  constexpr uint32_t kBpr = 0x20;
-  for (const PortSnapshot& port : step.before->ports) {
-    const bool same =
-        port.present && port.port == step.port &&
-        (uint32_t{port.rx_node_id[4]} << 8U | port.rx_node_id[5]) == step.message.node &&
-        (port.rx_bpr != 0) == ((step.message.summary & kBpr) != 0);
+  const bool is_unheeded = known_sender(ring.ports[0]) == known_sender(ring.ports[1]) &&
+                           !is_nr(step.message) && takes_message(step) && step.after != nullptr &&
+                           ports_to_flush(step) == PortSet{};
+  for (const PortSnapshot& port : ring.ports) {
+    const bool came_in = port.present && port.port == step.port;
+    const bool same = came_in && known_sender(port).node == step.message.node &&
+                      known_sender(port).bpr == reference_of(step.message);
     if (same || step.message.dnf()) {
-      known_us_[{step.node, step.before->ring}] = step.from_us;
+      known_us_[{step.node, ring.ring}] = step.from_us;
+    } else if (came_in && is_unheeded) {
+      alike_us_[{step.node, ring.ring}] = step.from_us;
     }
   }
 }
@@ -72,9 +87,9 @@ void AddressChecker::on_clear(const Step& step) {
 }
 
 // What is learnt once the network forwards as it does now is nobody's flush to forget. Before: a
-// node flushes the port where a message came in, and only when it is news; of two failed ports it
-// reports and flushes the first; an owner that a clear takes from pending to idle flushes none.
-// Only what happened at the ring of the port counts.
+// node flushes the port where a message came in, and only when it is news and the ports differ; of
+// two failed ports it reports and flushes the first; an owner that a clear takes from pending to
+// idle flushes none. Only what happened at the ring of the port counts.
 const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t seen_us) const {
   if (seen_us > since_us_ + transit_us_) {
     return "";
@@ -99,6 +114,10 @@ const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t s
     }
     if (!stale->link_up && stale->forwarding) {
       return surprise::kSecondFailure;
+    }
+    const auto alike = alike_us_.find({node, ring.ring});
+    if (alike != alike_us_.end() && alike->second >= seen_us) {
+      return surprise::kAlikeAtBothPorts;
     }
   }
   const auto cleared = cleared_us_[node].find(port);

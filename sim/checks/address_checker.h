@@ -38,6 +38,8 @@ class AddressChecker final : public Checker, public Observer, public StepListene
   std::vector<std::map<uint32_t, int64_t>> flushed_us_;  // by node and port, when last
   // By node and ring, when a message last flushed nothing, being known.
   std::map<std::pair<NodeIndex, uint32_t>, int64_t> known_us_;
+  // ... being news where both ports knew the same.
+  std::map<std::pair<NodeIndex, uint32_t>, int64_t> alike_us_;
   // By node and port, when a clear while pending last blocked it.
   std::vector<std::map<uint32_t, int64_t>> cleared_us_;
   Forwarding before_;  // as it has been since

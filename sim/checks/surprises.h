@@ -74,6 +74,9 @@ inline constexpr char kNobodyWaits[] = "owner pending without WTR or WTB";
 inline constexpr char kOnePortFlushed[] = "flush of one port only";
 // The last node ID and blocked port reference again, or the DNF bit: no flush.
 inline constexpr char kKnownSender[] = "message of a known sender flushes nothing";
+// A port compares what it knew with the other one's: after R-APS(NR) both know nobody, and the next
+// message flushes neither.
+inline constexpr char kAlikeAtBothPorts[] = "news flushes nothing where both ports knew the same";
 // The owner blocks the RPL at once, and what was learnt there stays.
 inline constexpr char kClearFlushesNothing[] = "clear while pending flushes nothing";
 // A node whose first ring port has failed neither blocks nor flushes the second one when it fails;
