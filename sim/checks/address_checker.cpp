@@ -18,10 +18,27 @@ bool is_nr(const RapsMessage& message) {
   return message.request() == kNrCode && !message.rb();
 }
 
+bool opens_a_port(const Step& step) {
+  for (size_t place = 0; place < step.after->ports.size(); ++place) {
+    if (!step.before->ports[place].forwarding && step.after->ports[place].forwarding) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Whether the message of the step is news that asks for no flush, because both ports knew the same.
+bool flushes_neither_port(const Step& step) {
+  const RingSnapshot& ring = *step.before;
+  return !is_nr(step.message) && known_sender(ring.ports[0]) == known_sender(ring.ports[1]) &&
+         takes_message(step) && step.after != nullptr && ports_to_flush(step) == PortSet{};
+}
+
 }  // namespace
 
-AddressChecker::AddressChecker(Simulation& simulation, int64_t settled_us)
+AddressChecker::AddressChecker(Simulation& simulation, const Mishaps& mishaps, int64_t settled_us)
     : simulation_(simulation),
+      mishaps_(mishaps),
       settled_us_(settled_us),
       flushed_us_(simulation.topology().nodes.size()),
       cleared_us_(simulation.topology().nodes.size()) {
@@ -48,25 +65,39 @@ void AddressChecker::on_step(const Step& step) {
   } else if (step.cause == Step::Cause::kCommand) {
     on_clear(step);
   }
+  if (step.after != nullptr && opens_a_port(step)) {
+    on_opening(step);
+  }
 }
 
-// The same node ID and blocked port reference as the last time, or the word not to flush; or both
-// ports had the same last time.
+// What does not go out with the opening, and is ended before it is repeated, flushes nothing.
+void AddressChecker::on_opening(const Step& step) {
+  const auto& mishaps = mishaps_.all();
+  const bool is_held_back =
+      std::any_of(mishaps.rbegin(), mishaps.rend(), [&](const Mishap& mishap) {
+        return mishap.node == step.node && mishap.time_us == step.from_us &&
+               mishap.surprise == surprise::kHeldBack;
+      });
+  if (is_held_back) {
+    openings_[step.ring()] = {step.from_us, step.to_us, surprise::kHeldBack};
+  } else if (step.cause == Step::Cause::kFrame && is_nr(step.message)) {
+    openings_[step.ring()] = {step.from_us, step.to_us, surprise::kNrFlushesNothing};
+  }
+}
+
+// The same node ID and blocked port reference as the last time, or the word not to flush.
 void AddressChecker::on_message(const Step& step) {
   const RingSnapshot& ring = *step.before;
   if ((ring.ring & 0xFFU) != step.message.ring()) {
     return;
   }
-  const bool is_unheeded = known_sender(ring.ports[0]) == known_sender(ring.ports[1]) &&
-                           !is_nr(step.message) && takes_message(step) && step.after != nullptr &&
-                           ports_to_flush(step) == PortSet{};
   for (const PortSnapshot& port : ring.ports) {
     const bool came_in = port.present && port.port == step.port;
     const bool same = came_in && known_sender(port).node == step.message.node &&
                       known_sender(port).bpr == reference_of(step.message);
     if (same || step.message.dnf()) {
       known_us_[{step.node, ring.ring}] = step.from_us;
-    } else if (came_in && is_unheeded) {
+    } else if (came_in && flushes_neither_port(step)) {
       alike_us_[{step.node, ring.ring}] = step.from_us;
     }
   }
@@ -89,7 +120,9 @@ void AddressChecker::on_clear(const Step& step) {
 // What is learnt once the network forwards as it does now is nobody's flush to forget. Before: a
 // node flushes the port where a message came in, and only when it is news and the ports differ; of
 // two failed ports it reports and flushes the first; an owner that a clear takes from pending to
-// idle flushes none. Only what happened at the ring of the port counts.
+// idle flushes none; nor does who opens a port on R-APS(NR), or
+// for what is not told. Only what happened at the ring of the
+// port counts.
 const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t seen_us) const {
   if (seen_us > since_us_ + transit_us_) {
     return "";
@@ -118,6 +151,11 @@ const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t s
     const auto alike = alike_us_.find({node, ring.ring});
     if (alike != alike_us_.end() && alike->second >= seen_us) {
       return surprise::kAlikeAtBothPorts;
+    }
+    const auto opening = openings_.find(ring.ring);
+    if (opening != openings_.end() && opening->second.from_us <= since_us_ &&
+        since_us_ <= opening->second.to_us) {
+      return opening->second.surprise;
     }
   }
   const auto cleared = cleared_us_[node].find(port);

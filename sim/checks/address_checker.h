@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "sim/checks/checker.h"
+#include "sim/checks/mishaps.h"
 #include "sim/checks/ring_watch.h"
 #include "sim/simulation.h"
 
@@ -16,7 +17,8 @@ namespace erps::sim {
 
 class AddressChecker final : public Checker, public Observer, public StepListener {
  public:
-  AddressChecker(Simulation& simulation, int64_t settled_us);
+  // The mishaps are told of a step before this is.
+  AddressChecker(Simulation& simulation, const Mishaps& mishaps, int64_t settled_us);
 
   void on_record(const Record& record) override;
   void on_step(const Step& step) override;
@@ -24,14 +26,23 @@ class AddressChecker final : public Checker, public Observer, public StepListene
   void collect(int64_t now_us, std::vector<Finding>& findings) override;
 
  private:
+  // A step that opened a port and asked for no flush.
+  struct Opening {
+    int64_t from_us = 0;
+    int64_t to_us = 0;
+    const char* surprise = "";
+  };
+
   void on_message(const Step& step);
   void on_clear(const Step& step);
+  void on_opening(const Step& step);
   void look(int64_t now_us, FindingList& into) const;
   const char* surprise_of(NodeIndex node, uint32_t port, int64_t seen_us) const;
   // Numbers the nodes that frames reach from a node, having left it through one link.
   std::vector<bool> beyond(NodeIndex node, size_t arc) const;
 
   Simulation& simulation_;
+  const Mishaps& mishaps_;
   const int64_t settled_us_;
   int64_t transit_us_ = 0;  // of a data frame that was under way
   std::map<MacAddress, NodeIndex> stations_;
@@ -42,7 +53,8 @@ class AddressChecker final : public Checker, public Observer, public StepListene
   std::map<std::pair<NodeIndex, uint32_t>, int64_t> alike_us_;
   // By node and port, when a clear while pending last blocked it.
   std::vector<std::map<uint32_t, int64_t>> cleared_us_;
-  Forwarding before_;  // as it has been since
+  std::map<uint32_t, Opening> openings_;  // the last one, by ring
+  Forwarding before_;                     // as it has been since
   int64_t since_us_ = 0;
   FindingList findings_;
 };

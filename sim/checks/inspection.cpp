@@ -27,7 +27,7 @@ struct Inspection::Checkers final : Observer {
         states(simulation.topology(), &mishaps),
         frames(simulation.topology()),
         timers(simulation.topology(), watch, mishaps),
-        addresses(simulation, bounds.repeat_us),
+        addresses(simulation, mishaps, bounds.repeat_us),
         flushes(simulation.topology(), &simulation, &mishaps),
         relays(simulation.topology(), &mishaps),
         partitions(simulation, watch, bounds, mishaps),

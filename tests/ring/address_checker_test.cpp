@@ -18,7 +18,7 @@ using testing::Field;
 
 constexpr NodeIndex kOwner = 0;
 constexpr NodeIndex kSuccessor = 1;
-constexpr NodeIndex kNeighbour = 3;
+constexpr NodeIndex kNeighbour = 3;  // of the ring of four
 constexpr uint32_t kRplPort = 1;
 constexpr uint32_t kOtherPort = 2;
 
@@ -72,24 +72,25 @@ class ClearWhilePending : public LearningRing {
   }
 };
 
-// The owner has learnt its successor round the ring while its own switch was in force. Each
-// R-APS(NR) makes its ports forget whom they knew, so the next switch at the successor is no news
-// to it.
-class SwitchAfterNr : public LearningRing {
+class LearningRingOfThree : public LearningRing {
  protected:
-  SwitchAfterNr() : LearningRing({.nodes = 3, .wtr_ms = 1000}) {
+  LearningRingOfThree() : LearningRing({.nodes = 3, .neighbour = false, .wtr_ms = 1000}) {}
+};
+
+// Everybody is pending with the RPL open. The owner's next switch is not told, because its port is
+// blocked first, and before it is repeated its successor gives one and clears it: R-APS(NR) goes
+// round, which asks for no flush, and opens the successor's port.
+class UntoldSwitch : public LearningRingOfThree {
+ protected:
+  UntoldSwitch() {
     give(kOwner, mgmt::kManualSwitch, kRplPort);
     give(kOwner, mgmt::kClear);
-    give(kOwner, mgmt::kManualSwitch, kOtherPort);
-    simulation.send_probe(kSuccessor, std::nullopt);
+  }
+
+  void switch_untold() { give(kOwner, mgmt::kManualSwitch, kOtherPort); }
+  void switch_and_clear_successor() {
     give(kSuccessor, mgmt::kManualSwitch, kOtherPort);
     give(kSuccessor, mgmt::kClear);
-    simulation.run_for(kSettledUs);
-    give(kSuccessor, mgmt::kManualSwitch, kOtherPort);
-    give(kSuccessor, mgmt::kClear);  // before it is repeated
-    simulation.run_for(2 * kSettledUs);
-    EXPECT_FALSE(simulation.port_forwards({kSuccessor, kOtherPort}));
-    EXPECT_TRUE(simulation.port_forwards({kOwner, kOtherPort}));
   }
 };
 
@@ -115,7 +116,42 @@ TEST_F(ClearWhilePending, DoesNotExplainWhatIsLearntLater) {
   EXPECT_THAT(violations(inspection), Contains(Field(&Finding::check, "learnt address")));
 }
 
-TEST_F(SwitchAfterNr, LeavesAnAddressThatIsNoLongerTrue) {
+// A forced switch that is cleared before it is repeated: nobody has been told to forget the owner.
+TEST_F(LearningRingOfThree, KeepsTheOwnersAddressWhenItsSwitchIsClearedBeforeItIsTold) {
+  simulation.send_probe(kOwner, std::nullopt);
+  simulation.run_for(kSecondUs / 10);
+  give(kOwner, mgmt::kForcedSwitch, kOtherPort);
+  simulation.run_for(2 * kSecondUs);
+  give(kOwner, mgmt::kClear);
+  EXPECT_FALSE(arrives(kSuccessor, kOwner));
+  inspection.expect_home();
+  EXPECT_TRUE(arrives(kSuccessor, kOwner));
+  expect_named(surprise::kHeldBack);
+}
+
+// The owner, which it had learnt before the switch, is round the ring now.
+TEST_F(UntoldSwitch, LeavesTheSuccessorWithTheOwnersAddress) {
+  simulation.send_probe(kOwner, std::nullopt);
+  simulation.run_for(kSecondUs / 10);
+  switch_untold();
+  switch_and_clear_successor();
+  simulation.run_for(2 * kSettledUs);
+  EXPECT_FALSE(arrives(kSuccessor, kOwner));
+  expect_named(surprise::kNrFlushesNothing);
+}
+
+// The owner has learnt its successor round the ring. By R-APS(NR) its ports have forgotten whom
+// they knew, and the next switch flushes neither.
+TEST_F(UntoldSwitch, LeavesTheOwnerWithTheSuccessorsAddressAtTheNextSwitch) {
+  switch_untold();
+  simulation.send_probe(kSuccessor, std::nullopt);
+  simulation.run_for(kSecondUs / 10);
+  switch_and_clear_successor();
+  simulation.run_for(kSettledUs);
+  switch_and_clear_successor();  // before it is repeated
+  simulation.run_for(2 * kSettledUs);
+  EXPECT_FALSE(simulation.port_forwards({kSuccessor, kOtherPort}));
+  EXPECT_TRUE(simulation.port_forwards({kOwner, kOtherPort}));
   EXPECT_FALSE(arrives(kOwner, kSuccessor));
   expect_named(surprise::kAlikeAtBothPorts);
 }
