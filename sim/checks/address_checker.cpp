@@ -120,9 +120,8 @@ void AddressChecker::on_clear(const Step& step) {
 // What is learnt once the network forwards as it does now is nobody's flush to forget. Before: a
 // node flushes the port where a message came in, and only when it is news and the ports differ; of
 // two failed ports it reports and flushes the first; an owner that a clear takes from pending to
-// idle flushes none; nor does who opens a port on R-APS(NR), or
-// for what is not told. Only what happened at the ring of the
-// port counts.
+// idle flushes none; and nobody does for an opening by R-APS(NR) or one that is not told. Only what
+// happened at the ring of the port counts.
 const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t seen_us) const {
   if (seen_us > since_us_ + transit_us_) {
     return "";
