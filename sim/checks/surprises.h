@@ -77,8 +77,8 @@ inline constexpr char kKnownSender[] = "message of a known sender flushes nothin
 // A port compares what it knew with the other one's: after R-APS(NR) both know nobody, and the next
 // message flushes neither.
 inline constexpr char kAlikeAtBothPorts[] = "news flushes nothing where both ports knew the same";
-// The network forwards as it does since a node opened its port on it, and the ring does not go
-// home: what asks for a flush then never comes.
+// The network forwards as it does since a node opened its port on it, and nothing asks for a flush
+// before the ring comes home.
 inline constexpr char kNrFlushesNothing[] = "R-APS(NR) opens a port and flushes nothing";
 // The owner blocks the RPL at once, and what was learnt there stays.
 inline constexpr char kClearFlushesNothing[] = "clear while pending flushes nothing";
