@@ -158,13 +158,9 @@ TEST_F(RingRun, MeasuresBothDirectionsOfTheStream) {
     for (const json& direction : directions) {
       EXPECT_GT(direction["sent"], 1000);
       EXPECT_EQ(direction["duplicated"], 0);
-      EXPECT_GT(direction["outage_ms"], 0.09) << "frames are 0.1 ms apart";
+      EXPECT_GT(direction["outage_ms"], 0) << "a frame is under way for a while";
     }
   }
-  // The way between the hosts led over the cut link: what was on it is gone.
-  EXPECT_GT(step(1)["traffic"]["directions"][0]["lost"].get<int>() +
-                step(1)["traffic"]["directions"][1]["lost"].get<int>(),
-            0);
 }
 
 TEST_F(RingRun, KeepsLogAndJournalOfEveryDaemon) {
@@ -258,6 +254,28 @@ TEST(RingRunDaemons, AKilledDaemonLeavesTheRingAsItWasAndComesBack) {
   ASSERT_EQ(report["steps"].size(), 4U);
   EXPECT_FALSE(report["steps"][1]["nodes"][2]["answered"]);
   EXPECT_EQ(state_of(report["steps"][3], "n3"), "idle");
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
+
+// A ring that protects itself at once may lose nothing: its sender, too, has to wait for a
+// processor.
+TEST(RingRunFailures, WhatIsSentWhileNothingProtectsIsLost) {
+  const TemporaryDirectory directory;
+  const std::string path =
+      directory.write("ring.toml", four_nodes() + ring_of_four("holdoff_ms = 1000\n") +
+                                       "[expect]\nduplicates = 0\n[[step]]\ncut = \"n2-n3\"\n");
+  LabProcess lab(
+      {lab_path(), "run", path, "--json", "--erpsd", daemon_path(), "--module", module_path()});
+  const LabResult result = lab.wait(kLongestRun);
+  const json report = json::parse(result.out, nullptr, false);
+  ASSERT_TRUE(report.is_object()) << result.err;
+  ASSERT_EQ(report["steps"].size(), 2U);
+  // The way between the hosts leads over the cut link.
+  for (const json& direction : report["steps"][1]["traffic"]["directions"]) {
+    EXPECT_GT(direction["outage_ms"], 900) << "it begins with the first frame that is lost";
+    EXPECT_GT(direction["lost"], 5000) << "of 10,000 a second";
+  }
+  EXPECT_EQ(state_of(report["steps"][1], "n2"), "protection n2-n3");
   EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
