@@ -7,9 +7,6 @@ failed=0
 skipped=0
 select=() # further arguments of ctest, such as -R REGEX
 
-# shellcheck disable=SC2034 # for who sources this
-sanitizers=(asan tsan)
-
 story= # of what failed
 
 # Prints once more what failed, where one looks first, and the last line, "N passed, M failed", with
