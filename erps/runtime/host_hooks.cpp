@@ -4,7 +4,9 @@
 
 extern "C" {
 
-ERPS_EXPORT void erps_check_mstp_config_and_save(uint32_t /*port_id*/) {}
+ERPS_EXPORT int erps_check_mstp_config_and_save(uint32_t /*port_id*/) {
+  return 0;
+}
 
 ERPS_EXPORT void erps_packet_unregister() {}
 }

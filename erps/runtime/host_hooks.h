@@ -5,8 +5,8 @@
 
 extern "C" {
 
-// Called for each ring port when the ring starts.
-void erps_check_mstp_config_and_save(uint32_t port_id);
+// Called for each ring port when the ring starts. Gives 0.
+int erps_check_mstp_config_and_save(uint32_t port_id);
 
 void erps_packet_unregister();
 }

@@ -153,7 +153,7 @@ TEST_F(ModuleLifecycleTest, ExitRemovesTheEventQueuesNameWhateverTheResult) {
 }
 
 TEST_F(ModuleLifecycleTest, EmptyHooksDoNothing) {
-  erps_check_mstp_config_and_save(1);
+  EXPECT_EQ(erps_check_mstp_config_and_save(1), 0);
   erps_packet_unregister();
   EXPECT_THAT(platform.journal(), IsEmpty());
 }
