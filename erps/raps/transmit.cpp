@@ -37,10 +37,11 @@ const ERPS_PORT_T* port_into_major_ring(const ERPSM_T* sub_ring) {
   return nullptr;
 }
 
-void send_copies(const ERPSM_T* ring, const ERPS_PORT_T* port, const uint8_t* frame,
-                 uint32_t length, uint32_t copies) {
-  for (uint32_t copy = 0; port != nullptr && copy < copies; ++copy) {
-    erps_send_frame(port->port_id, frame, length, ring->vlan_id);
+// To no port when it is kNoPort.
+void send_copies(const ERPSM_T* ring, int32_t port_id, const uint8_t* frame, uint32_t length,
+                 uint32_t copies) {
+  for (uint32_t copy = 0; port_id != kNoPort && copy < copies; ++copy) {
+    erps_send_frame(static_cast<uint32_t>(port_id), frame, length, ring->vlan_id);
   }
 }
 
@@ -158,14 +159,12 @@ uint32_t erps_tx_get_bpr(ERPSM_T* ring) {
 }
 
 void erps_interconnect_port_tx_raps(ERPSM_T* ring, const uint8_t* frame, uint32_t length) {
-  const ERPS_PORT_T* sub_port = ring->port_list;
-  if (sub_port != nullptr && sub_port->link_status != kLinkUp) {
-    sub_port = nullptr;
-  }
-  const ERPS_PORT_T* master_port = port_into_major_ring(ring);
-  ERPS_DEBUG("ringid = %d, Master port:%d , Sub port %d\n", ring->ring_id,
-             master_port != nullptr ? static_cast<int32_t>(master_port->port_id) : kNoPort,
-             sub_port != nullptr ? static_cast<int32_t>(sub_port->port_id) : kNoPort);
+  const ERPS_PORT_T* own = ring->port_list;
+  const bool own_is_up = own != nullptr && own->link_status == kLinkUp;
+  const int32_t sub_port = own_is_up ? static_cast<int32_t>(own->port_id) : kNoPort;
+  const ERPS_PORT_T* way_in = port_into_major_ring(ring);
+  const int32_t master_port = way_in != nullptr ? static_cast<int32_t>(way_in->port_id) : kNoPort;
+  ERPS_DEBUG("ringid = %d, Master port:%d , Sub port %d\n", ring->ring_id, master_port, sub_port);
 
   const uint32_t copies = is_new_message(ring) ? kNewMessageCopies : 1;
   send_copies(ring, master_port, frame, length, copies);
@@ -173,7 +172,9 @@ void erps_interconnect_port_tx_raps(ERPSM_T* ring, const uint8_t* frame, uint32_
 }
 
 void erps_send_pkt_to_masterring(ERPSM_T* ring, const uint8_t* frame, uint32_t length) {
-  send_copies(ring, port_into_major_ring(ring), frame, length, 1);
+  if (const ERPS_PORT_T* port = port_into_major_ring(ring); port != nullptr) {
+    erps_send_frame(port->port_id, frame, length, ring->vlan_id);
+  }
 }
 
 void erps_interconnect_modify_pkt(ERPSM_T* ring, uint8_t* frame, uint32_t port_id) {

@@ -160,9 +160,22 @@ TEST_F(SubRingTransmitTest, a_major_ring_that_is_stopped_or_gone_takes_nothing) 
 TEST_F(SubRingTransmitTest, its_own_port_sends_while_its_link_is_up_blocked_or_not) {
   set_port(port0(pair.sub), kLinkUp, kDiscarding);
   EXPECT_THAT(ports_of_new_message(pair.sub), ElementsAre(1, 1, 1, 3, 3, 3));
-  set_port(port0(pair.sub), kLinkDown, kForwarding);
+  for (const uint16_t link : {kLinkDown, uint16_t{2}}) {
+    set_port(port0(pair.sub), link, kForwarding);
+    EXPECT_THAT(ports_of_new_message(pair.sub), ElementsAre(1, 1, 1)) << link;
+    EXPECT_EQ(logged(7, "ringid = 2, Master port:1 , Sub port -1\n"), 1);
+  }
+}
+
+TEST_F(SubRingTransmitTest, a_port_with_the_number_that_stands_for_none_sends_no_own_message) {
+  port0(pair.sub)->port_id = UINT32_MAX;
   EXPECT_THAT(ports_of_new_message(pair.sub), ElementsAre(1, 1, 1));
-  EXPECT_EQ(logged(7, "ringid = 2, Master port:1 , Sub port -1\n"), 1);
+  EXPECT_THAT(ports_of_repeat(pair.sub), ElementsAre(1));
+  port0(pair.major)->port_id = UINT32_MAX;
+  EXPECT_THAT(ports_of_new_message(pair.sub), ElementsAre());
+  EXPECT_EQ(logged(7, "ringid = 2, Master port:-1 , Sub port -1\n"), 1);
+  erps_send_pkt_to_masterring(pair.sub, pair.sub->tx_frame, pair.sub->tx_frame_len);
+  EXPECT_THAT(ports_of(platform.sent_frames()), ElementsAre(UINT32_MAX)) << "as any other";
 }
 
 TEST_F(SubRingTransmitTest, sends_its_own_frame_through_both) {
