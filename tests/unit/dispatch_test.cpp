@@ -185,6 +185,7 @@ TEST_F(WaitingIndicationTest, a_refused_replay_is_used_up_and_moves_the_port_mar
   EXPECT_EQ(ring->notify_state, 0);
   EXPECT_EQ(ring->flush_port, 3);
   EXPECT_EQ(ring->request_port, 3U);
+  EXPECT_EQ(ring->event_port, kNoPort);
 }
 
 TEST_F(WaitingIndicationTest, a_major_ring_has_none) {

@@ -215,6 +215,53 @@ TEST_F(EntryActionsTest, local_sf_opens_the_good_port_before_it_sends) {
   EXPECT_EQ(steps(), "unblock 1; SF,DNF,BPR > 1; repeat; -> protection");
 }
 
+// A repetition that comes in between tells the others a state that holds no longer.
+TEST_F(EntryActionsTest, a_node_falls_silent_before_or_after_it_opens_its_port_as_its_row_says) {
+  struct Case {
+    const char* name;
+    int32_t state;
+    uint32_t node_role;
+    bool silent_first;
+  };
+  ERPSM_T* ring = idle_ring();
+  bool touched = false;
+  bool repeating = false;
+  platform.on_call("adp_set_port_erps_state", [&] {
+    repeating = touched ? repeating : ring->raps_timer.active == 1;
+    touched = true;
+  });
+  for (const Case& c : {
+           Case{"RAPS_SF", 1, kNoRplNode, true},
+           Case{"RAPS_SF", 3, kNoRplNode, false},
+           Case{"RAPS_SF", 5, kNoRplNode, false},
+           Case{"RAPS_FS", 1, kNoRplNode, false},
+           Case{"RAPS_FS", 2, kNoRplNode, false},
+           Case{"RAPS_FS", 3, kNoRplNode, false},
+           Case{"RAPS_FS", 5, kNoRplNode, false},
+           Case{"RAPS_MS", 1, kNoRplNode, false},
+           Case{"RAPS_MS", 5, kNoRplNode, false},
+           Case{"RAPS_NR", 1, kNoRplNode, true},
+           Case{"RAPS_NR", 5, kNoRplNode, true},
+           Case{"RAPS_NR_RB", 1, kNoRplNode, false},
+           Case{"RAPS_NR_RB", 5, kNoRplNode, false},
+           Case{"RAPS_NR_RB", 5, kRplNeighbour, false},
+       }) {
+    RingCondition condition{};
+    condition.state = c.state;
+    condition.node_role = c.node_role;
+    condition.links[0] = condition.links[1] = 1;
+    condition.states[0] = 4;
+    condition.states[1] = 1;
+    condition.remote_is_lower = true;
+    apply(ring, condition);
+    touched = false;
+    enter(ring, c.name);
+    EXPECT_TRUE(touched) << c.name << " in " << c.state;
+    EXPECT_EQ(repeating, !c.silent_first) << c.name << " in " << c.state;
+    EXPECT_EQ(ring->raps_timer.active, 0) << c.name << " in " << c.state;
+  }
+}
+
 TEST_F(EntryActionsTest, a_plain_node_hands_over_to_a_lower_node_id_only) {
   ERPSM_T* ring = idle_ring();
   set_port(port0(ring), kLinkUp, kDiscarding);

@@ -79,6 +79,16 @@ TEST_F(EventLoopTest, PacketIsFetchedProcessedAndReleased) {
   EXPECT_EQ(calls.back(), "skpack_release(packet)");
 }
 
+TEST_F(EventLoopTest, FrameIsAsLongAsItWasFetchedWhateverWasAnnounced) {
+  make_running_ring({.id = 9, .ring_role = kOpenChannelRing});
+  platform.clear_journal();
+  const std::vector<uint8_t> frame = FrameSpec{.ring_id = 9, .request = 14}.bytes();
+  deliver(frame, 1, 100);
+  EXPECT_THAT(platform.calls({"adp_receive_frame"}), ElementsAre("adp_receive_frame(77, 100)"));
+  ASSERT_EQ(platform.sent_frames().size(), 1U);
+  EXPECT_EQ(platform.sent_frames()[0].bytes, frame);
+}
+
 TEST_F(EventLoopTest, PacketIsReleasedWhenItsFrameIsRejected) {
   deliver(FrameSpec{.ring_id = 44}.bytes(), 1, 55);
   EXPECT_THAT(platform.calls(), ElementsAre("adp_receive_frame(77, 55)", "skpack_release(packet)"));

@@ -147,6 +147,23 @@ TEST_F(HoldoffTest, an_expiry_on_the_major_ring_tells_its_sub_ring) {
   EXPECT_THAT(posts(), ElementsAre("10 for ring 2: 1"));
 }
 
+TEST_F(HoldoffTest, a_recovery_in_time_is_weighed_at_an_interconnection_node_all_the_same) {
+  const RingPair watching = idle_pair(kWatching);
+  port1(watching.major)->fail_count = 1;  // a failure behind the other port
+  change(1, 0);
+  EXPECT_THAT(posts(), ElementsAre()) << "the failure itself is held off";
+  change(1, 1);
+  EXPECT_THAT(posts(), ElementsAre("10 for ring 2: 2"));
+
+  reset_module();
+  holdoff_timer_time = 1000;
+  const RingPair marking = idle_pair(0);
+  change(1, 0);
+  EXPECT_EQ(marking.major->inter_fault_port, kNoPort);
+  change(1, 1);
+  EXPECT_EQ(marking.major->inter_fault_port, 1);
+}
+
 TEST_F(HoldoffTest, the_consequences_of_an_expiry_come_without_the_request) {
   ERPSM_T* ring = idle_ring();
   change(2, 0);

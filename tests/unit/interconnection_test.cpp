@@ -54,8 +54,9 @@ TEST_F(InterconnectionTest, a_marking_node_remembers_which_port_failed) {
     uint16_t link0, link1;
     int32_t fault_port;
   };
-  for (const Case& c : {Case{0, 1, 1, 1, 1}, Case{0, 2, 1, 1, 2}, Case{0, 1, 1, 0, 1},
-                        Case{1, 1, 0, 1, 1}, Case{1, 1, 0, 0, 2}, Case{1, 2, 0, 0, 1}}) {
+  for (const Case& c :
+       {Case{0, 1, 1, 1, 1}, Case{0, 2, 1, 1, 2}, Case{0, 1, 1, 0, 1}, Case{1, 1, 0, 1, 1},
+        Case{1, 1, 0, 0, 2}, Case{1, 2, 0, 0, 1}, Case{2, 1, 0, 0, 1}}) {
     port0(major)->link_status = c.link0;
     port1(major)->link_status = c.link1;
     major->inter_fault_port = 77;
@@ -264,12 +265,14 @@ TEST_F(InterconnectionTest, a_watching_node_weighs_its_own_links) {
   };
   constexpr uint32_t kDown = 0;
   constexpr uint32_t kUp = 1;
+  constexpr uint32_t kOdd = 2;  // any state but 1 is a failure
   const Case cases[] = {
       {kDown, 0, 0, 1, ""},   {kDown, 0, 0, 0, kCut}, {kDown, 0, 0, 2, kCut},
       {kDown, 0, 1, 1, kCut}, {kDown, 0, 1, 0, kCut}, {kDown, 1, 0, 0, ""},
       {kDown, 1, 1, 1, ""},   {kUp, 0, 0, 1, ""},     {kUp, 0, 0, 0, kWhole},
       {kUp, 0, 0, 2, kWhole}, {kUp, 0, 1, 1, kWhole}, {kUp, 0, 1, 0, kWhole},
-      {kUp, 1, 0, 0, ""},     {kUp, 1, 1, 1, ""},
+      {kUp, 1, 0, 0, ""},     {kUp, 1, 1, 1, ""},     {kOdd, 0, 0, 0, kCut},
+      {kOdd, 0, 0, 1, ""},
   };
   const RingPair pair = idle_pair(kWatching);
   for (const Case& c : cases) {

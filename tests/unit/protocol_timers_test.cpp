@@ -115,6 +115,16 @@ TEST_F(ProtocolTimersTest, WtrOfZeroFiresAtTheNextTick) {
   expect_posted(ring->wtr_timer, REQUEST_WTR_EXPIRES);
 }
 
+// The period is a signed number of milliseconds.
+TEST_F(ProtocolTimersTest, WtrOfMoreThanAPeriodCanHoldFiresAtTheNextTick) {
+  erps_set_wtr_timer(UINT32_MAX);
+  erps_start_WTR_timer(&ring->wtr_timer);
+  EXPECT_EQ(ring->wtr_timer.period, -1);
+  EXPECT_EQ(ring->wtr_timer.expire.seconds, kNow);
+  erps_timer_walk();
+  expect_posted(ring->wtr_timer, REQUEST_WTR_EXPIRES);
+}
+
 TEST_F(ProtocolTimersTest, StoppingWtrWithdrawsItsRequest) {
   erps_start_WTR_timer(&ring->wtr_timer);
   platform.clear_journal();

@@ -103,7 +103,8 @@ TEST_F(ReceiveTest, every_message_takes_the_ring_where_its_request_leads) {
 }
 
 TEST_F(ReceiveTest, forwarding_by_ring_role_port_states_and_the_other_link) {
-  for (const uint32_t ring_role : {kMajorRing, kOpenChannelRing}) {
+  // Management accepts any role: above the known ones it forwards as the closed channel does.
+  for (const uint32_t ring_role : {kMajorRing, kOpenChannelRing, uint32_t{3}}) {
     ERPSM_T* ring = idle_ring({.ring_role = ring_role});
     ring->local_priority = 13;  // nothing is accepted: only the forwarding shows
     for (const uint16_t in_link : {kLinkUp, kLinkDown}) {

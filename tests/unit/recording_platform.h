@@ -122,7 +122,7 @@ class RecordingPlatform {
   // Waits, bounded, until a task waits in equeue_recv with nothing left to receive.
   bool wait_until_receiver_idle();
 
-  // --- Tasks. By default they are only written down: they run when run_tasks(true).
+  // --- Tasks. By default they are initialised and written down: they run when run_tasks(true).
   void run_tasks(bool run);
   void set_task_start_result(const std::string& name, int result);
 

@@ -197,27 +197,30 @@ constexpr uintptr_t kNotRunning = static_cast<uintptr_t>(-1);
 }  // namespace
 
 int RecordingPlatform::task_start(erps_task_desc* task) {
+  bool runs = false;
+  int result = 0;
   {
     const Guard guard(mutex_);
-    const int result = value_or(settings_.task_start_results, std::string(task->name), 0);
+    result = value_or(settings_.task_start_results, std::string(task->name), 0);
     if (result < 0) {
       return result;
     }
-    if (!settings_.run_tasks) {
-      task->thread_id = next_fake_thread_++;
-      return result;
-    }
+    runs = settings_.run_tasks;
     settings_.notified[task] = std::nullopt;
   }
   if (task->init != nullptr && task->init(task) != 0) {
     return -1;
+  }
+  if (!runs) {
+    const Guard guard(mutex_);
+    task->thread_id = next_fake_thread_++;
+    return result;
   }
   pthread_t thread{};
   if (pthread_create(&thread, nullptr, run_task, task) != 0) {
     return -1;
   }
   task->thread_id = thread;
-  int result = -1;
   {
     const Guard guard(mutex_);
     wait_for([this, task] { return settings_.notified[task].has_value(); });

@@ -1,4 +1,5 @@
 // The sub-ring instance of an interconnection node: indications, interconnection flush, reception.
+#include <algorithm>
 #include <cstring>
 
 #include "erps/raps/interconnection.h"
@@ -308,6 +309,16 @@ TEST_F(SubRingReceiveTest, a_new_pair_tells_the_major_ring_flushes_and_is_proces
   EXPECT_EQ(steps(), "-> protection; SF > 1") << "the same message once more";
   EXPECT_THAT(bytes_of(pair.sub->remote_node_id, kMacLength),
               ::testing::ElementsAreArray(kRemoteNode));
+}
+
+TEST_F(SubRingReceiveTest, a_node_id_counts_before_its_message_is_acted_on) {
+  pair.sub->State = 5;
+  pair.sub->local_priority = 0;
+  std::fill_n(pair.sub->remote_node_id, kMacLength, 0xFF);  // of the last message
+  set_port(port0(pair.sub), kLinkUp, kDiscarding);
+  platform.clear_journal();
+  EXPECT_EQ(process(3, {.source = kLowerNode, .request = kNr, .node_id = kLowerNode}), 0U);
+  EXPECT_EQ(steps(), "unblock 3; -> pending; NR > 1") << "opened in time for the message itself";
 }
 
 TEST_F(SubRingReceiveTest, the_pair_is_kept_in_the_own_port_wherever_the_message_came_from) {
