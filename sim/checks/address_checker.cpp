@@ -41,6 +41,7 @@ AddressChecker::AddressChecker(Simulation& simulation, const Mishaps& mishaps, i
       mishaps_(mishaps),
       settled_us_(settled_us),
       flushed_us_(simulation.topology().nodes.size()),
+      left_rings_(simulation.topology().nodes.size()),
       cleared_us_(simulation.topology().nodes.size()) {
   for (NodeIndex node = 0; node < simulation.topology().nodes.size(); ++node) {
     stations_.emplace(simulation.topology().nodes[node].address, node);
@@ -51,8 +52,20 @@ AddressChecker::AddressChecker(Simulation& simulation, const Mishaps& mishaps, i
 }
 
 void AddressChecker::on_record(const Record& record) {
-  if (record.kind == RecordKind::kFlush) {
-    flushed_us_[record.node][record.port] = record.time_us;
+  switch (record.kind) {
+    case RecordKind::kFlush:
+      flushed_us_[record.node][record.port] = record.time_us;
+      break;
+    case RecordKind::kBoot:
+      left_rings_[record.node].clear();
+      break;
+    case RecordKind::kCrash:
+    case RecordKind::kKilled:
+    case RecordKind::kStopped:
+      left_rings_[record.node] = simulation_.records(record.node).rings();
+      break;
+    default:
+      break;
   }
 }
 
@@ -79,9 +92,9 @@ void AddressChecker::on_opening(const Step& step) {
                mishap.surprise == surprise::kHeldBack;
       });
   if (is_held_back) {
-    openings_[step.ring()] = {step.from_us, step.to_us, surprise::kHeldBack};
+    openings_[step.ring()].push_back({step.from_us, step.to_us, surprise::kHeldBack});
   } else if (step.cause == Step::Cause::kFrame && is_nr(step.message)) {
-    openings_[step.ring()] = {step.from_us, step.to_us, surprise::kNrFlushesNothing};
+    openings_[step.ring()].push_back({step.from_us, step.to_us, surprise::kNrFlushesNothing});
   }
 }
 
@@ -126,7 +139,11 @@ const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t s
   if (seen_us > since_us_ + transit_us_) {
     return "";
   }
-  for (const RingSnapshot& ring : simulation_.records(node).rings()) {
+  std::vector<RingSnapshot> rings = simulation_.records(node).rings();
+  if (rings.empty()) {
+    rings = left_rings_[node];
+  }
+  for (const RingSnapshot& ring : rings) {
     const auto stale =
         std::find_if(ring.ports.begin(), ring.ports.end(),
                      [=](const PortSnapshot& at) { return at.present && at.port == port; });
@@ -151,10 +168,13 @@ const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t s
     if (alike != alike_us_.end() && alike->second >= seen_us) {
       return surprise::kAlikeAtBothPorts;
     }
-    const auto opening = openings_.find(ring.ring);
-    if (opening != openings_.end() && opening->second.from_us <= since_us_ &&
-        since_us_ <= opening->second.to_us) {
-      return opening->second.surprise;
+    const auto openings = openings_.find(ring.ring);
+    if (openings != openings_.end()) {
+      for (const Opening& opening : openings->second) {
+        if (opening.from_us <= since_us_ && since_us_ <= opening.to_us) {
+          return opening.surprise;
+        }
+      }
     }
   }
   const auto cleared = cleared_us_[node].find(port);
@@ -168,6 +188,9 @@ void AddressChecker::on_forwarding(int64_t time_us, const Forwarding& forwarding
   }
   before_ = forwarding;
   since_us_ = time_us;
+  for (auto& [ring, openings] : openings_) {
+    std::erase_if(openings, [=](const Opening& opening) { return opening.to_us < time_us; });
+  }
 }
 
 std::vector<bool> AddressChecker::beyond(NodeIndex node, size_t arc) const {

@@ -47,14 +47,17 @@ class AddressChecker final : public Checker, public Observer, public StepListene
   int64_t transit_us_ = 0;  // of a data frame that was under way
   std::map<MacAddress, NodeIndex> stations_;
   std::vector<std::map<uint32_t, int64_t>> flushed_us_;  // by node and port, when last
+  // By node, as they were when its module ended: how it forwarded until then is looked at later.
+  std::vector<std::vector<RingSnapshot>> left_rings_;
   // By node and ring, when a message last flushed nothing, being known.
   std::map<std::pair<NodeIndex, uint32_t>, int64_t> known_us_;
   // ... being news where both ports knew the same.
   std::map<std::pair<NodeIndex, uint32_t>, int64_t> alike_us_;
   // By node and port, when a clear while pending last blocked it.
   std::vector<std::map<uint32_t, int64_t>> cleared_us_;
-  std::map<uint32_t, Opening> openings_;  // the last one, by ring
-  Forwarding before_;                     // as it has been since
+  // By ring, that of `before_` and later ones: the next may be told before its forwarding is.
+  std::map<uint32_t, std::vector<Opening>> openings_;
+  Forwarding before_;  // as it has been since
   int64_t since_us_ = 0;
   FindingList findings_;
 };
