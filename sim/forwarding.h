@@ -14,11 +14,15 @@ struct Arc {
   NodeIndex to = 0;
   bool works = false;     // both nodes have power and the strand carries frames
   bool forwards = false;  // and both ports have a carrier and are forwarding
+
+  bool operator==(const Arc&) const = default;
 };
 
 struct Forwarding {
   std::vector<bool> powered;  // by node
   std::vector<Arc> arcs;      // arcs[2 * link] and its opposite, arcs[2 * link + 1]
+
+  bool operator==(const Forwarding&) const = default;
 };
 
 }  // namespace erps::sim

@@ -183,6 +183,9 @@ const char* AddressChecker::surprise_of(NodeIndex node, uint32_t port, int64_t s
 }
 
 void AddressChecker::on_forwarding(int64_t time_us, const Forwarding& forwarding) {
+  if (forwarding == before_) {
+    return;  // a link that was whole is restored, say
+  }
   if (!before_.arcs.empty() && time_us - since_us_ >= settled_us_) {
     look(time_us, findings_);
   }

@@ -178,6 +178,17 @@ TEST_F(UntoldSwitch, LeavesTheSuccessorWithTheOwnersAddress) {
   expect_named(surprise::kNrFlushesNothing);
 }
 
+TEST_F(UntoldSwitch, IsTheNameForAsLongAsTheNetworkForwardsTheSame) {
+  simulation.send_probe(kOwner, std::nullopt);
+  simulation.run_for(kSecondUs / 10);
+  switch_untold();
+  switch_and_clear_successor();
+  simulation.run_for(2 * kSettledUs);
+  simulation.restore(0);  // nothing has failed
+  simulation.run_for(2 * kSettledUs);
+  expect_named(surprise::kNrFlushesNothing);
+}
+
 TEST_F(UntoldSwitch, LeavesTheOwnerWithTheSuccessorsAddressAtTheNextSwitch) {
   let_the_owner_keep_the_successors_address();
   EXPECT_FALSE(simulation.port_forwards({kSuccessor, kOtherPort}));
