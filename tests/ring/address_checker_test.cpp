@@ -116,6 +116,14 @@ class UntoldSwitch : public LearningRingOfThree {
     give(kSuccessor, mgmt::kManualSwitch, kOtherPort);
     give(kSuccessor, mgmt::kClear);
   }
+  // The owner, which it had learnt before the switch, is round the ring now.
+  void let_the_successor_keep_the_owners_address() {
+    simulation.send_probe(kOwner, std::nullopt);
+    simulation.run_for(kSecondUs / 10);
+    switch_untold();
+    switch_and_clear_successor();
+    simulation.run_for(2 * kSettledUs);
+  }
   // It has learnt its successor round the ring. By R-APS(NR) its ports have forgotten whom they
   // knew, and the next switch flushes neither.
   void let_the_owner_keep_the_successors_address() {
@@ -167,23 +175,14 @@ TEST_F(InstantRingOfThree, TellsTheOpeningThatLeftAnAddressFromTheNextOne) {
   expect_named(surprise::kHeldBack);
 }
 
-// The owner, which it had learnt before the switch, is round the ring now.
 TEST_F(UntoldSwitch, LeavesTheSuccessorWithTheOwnersAddress) {
-  simulation.send_probe(kOwner, std::nullopt);
-  simulation.run_for(kSecondUs / 10);
-  switch_untold();
-  switch_and_clear_successor();
-  simulation.run_for(2 * kSettledUs);
+  let_the_successor_keep_the_owners_address();
   EXPECT_FALSE(arrives(kSuccessor, kOwner));
   expect_named(surprise::kNrFlushesNothing);
 }
 
 TEST_F(UntoldSwitch, IsTheNameForAsLongAsTheNetworkForwardsTheSame) {
-  simulation.send_probe(kOwner, std::nullopt);
-  simulation.run_for(kSecondUs / 10);
-  switch_untold();
-  switch_and_clear_successor();
-  simulation.run_for(2 * kSettledUs);
+  let_the_successor_keep_the_owners_address();
   simulation.restore(0);  // nothing has failed
   simulation.run_for(2 * kSettledUs);
   expect_named(surprise::kNrFlushesNothing);
