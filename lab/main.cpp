@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "client/unknown_command.h"
 #include "lab/check/command_check.h"
 #include "lab/check/verdict.h"
 #include "lab/command_exec.h"
@@ -18,6 +19,7 @@ int run_command_line(int argc, char** argv) {
       "and measures what the traffic notices."};
   app.name("erpslab");
   app.require_subcommand(0, 1);  // none at all is refused below: an unknown word is named first
+  app.failure_message(erps::client::name_unknown_command);
 
   erps::lab::RunArguments run;
   CLI::App* run_command =

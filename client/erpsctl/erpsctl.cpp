@@ -5,6 +5,7 @@
 
 #include "client/erpsctl/command.h"
 #include "client/error.h"
+#include "client/unknown_command.h"
 
 namespace {
 
@@ -34,6 +35,7 @@ int run(int argc, char** argv) {
                "erpsctl");
   CommandLine line;
   app.require_subcommand(0, 1);  // none at all is refused below: an unknown word is named first
+  app.failure_message(erps::client::name_unknown_command);
   app.fallthrough();
   add_number(app, "--timeout", line.timeout_ms, kTimeoutRange, "How long to wait for an answer")
       ->type_name("MS")

@@ -70,7 +70,10 @@ INSTANTIATE_TEST_SUITE_P(
     All, ErpsctlUsage,
     testing::Values(
         Usage{"NoCommand", {}, "erpsctl: a command is needed; see erpsctl --help"},
-        Usage{"UnknownCommand", {"destroy", "1"}, "arguments were not expected"},
+        Usage{"UnknownCommand",
+              {"destroy", "1"},
+              "erpsctl: \"destroy\" is no command; there are show, add, "},
+        Usage{"UnknownOption", {"--verbose", "show"}, "argument was not expected: --verbose"},
         Usage{"RingZero", {"enable", "0"}, "RING: 0 is out of range; allowed is 1 to 239"},
         Usage{"Ring240", {"enable", "240"}, "RING: 240 is out of range; allowed is 1 to 239"},
         Usage{"RingOfLetters",

@@ -20,10 +20,14 @@ TEST(CommandLine, WithoutACommandItAsksForOne) {
   EXPECT_EQ(result.err, "erpslab: a command is needed; see erpslab --help\n");
 }
 
-TEST(CommandLine, AnUnknownCommandIsNamed) {
-  const LabResult result = lab({"frobnicate", "ring.toml"});
-  EXPECT_EQ(result.status, 2);
-  EXPECT_NE(result.err.find("frobnicate"), std::string::npos) << result.err;
+TEST(CommandLine, AnUnknownCommandIsNamedAndSoAreTheOnesThereAre) {
+  for (const std::string word : {"frobnicate", ""}) {
+    const LabResult result = lab({word, "ring.toml"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, "erpslab: \"" + word +
+                              "\" is no command; there are run, config, check, simulate, explore, "
+                              "exec\n");
+  }
 }
 
 TEST(CommandLine, AnUnknownOptionIsAMistake) {
